@@ -1,0 +1,27 @@
+// ara::exec::Process: one entry of the process list reported by Execution Management.
+#ifndef ARA_EXEC_PROCESS_H
+#define ARA_EXEC_PROCESS_H
+
+#include "ara/core/string.h"
+
+namespace ara::exec {
+
+/// Members in wire order: four texts, then the boolean.
+struct Process {
+    ara::core::String processName;        ///< the process's short name in the machine manifest
+    ara::core::String functionGroupName;  ///< the Function Group whose states start it
+    ara::core::String processState;       ///< lifecycle state: "Idle", "Starting", "Running", "Terminating", "Terminated"
+    ara::core::String executionState;     ///< last reported execution state name, "" before the first report
+    bool isRunning{false};                ///< true while the OS process exists
+
+    bool operator==(const Process& other) const {
+        return processName == other.processName && functionGroupName == other.functionGroupName &&
+               processState == other.processState && executionState == other.executionState &&
+               isRunning == other.isRunning;
+    }
+    bool operator!=(const Process& other) const { return !(*this == other); }
+};
+
+}  // namespace ara::exec
+
+#endif
