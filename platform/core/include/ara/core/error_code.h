@@ -2,6 +2,7 @@
 #ifndef ARA_CORE_ERROR_CODE_H
 #define ARA_CORE_ERROR_CODE_H
 
+#include <exception>
 #include <type_traits>
 
 #include "ara/core/error_domain.h"
@@ -29,7 +30,10 @@ public:
     /// The domain's message text for this code.
     StringView Message() const noexcept { return domain_->Message(value_); }
 
-    [[noreturn]] void ThrowAsException() const noexcept(false) { domain_->ThrowAsException(*this); }
+    [[noreturn]] void ThrowAsException() const noexcept(false) {
+        domain_->ThrowAsException(*this);
+        std::terminate();  // a domain's ThrowAsException always throws
+    }
 
     /// Equal when domain and value are equal; support data is not compared.
     friend constexpr bool operator==(const ErrorCode& lhs, const ErrorCode& rhs) noexcept {

@@ -1,0 +1,18 @@
+// Library-wide loggers of Execution Management, taken when the library is loaded.
+#ifndef TARN_EM_LOG_EM_H
+#define TARN_EM_LOG_EM_H
+
+#include <memory>
+
+#include "ara/quill/common/log/log.h"
+
+namespace tarn::em {
+
+struct ARA_EXPORT LogEm {
+    static std::shared_ptr<ara::quill::common::log::Log> log;         ///< context "EM"
+    static std::shared_ptr<ara::quill::common::log::Log> logChecker;  ///< context "CHECKER"
+};
+
+}  // namespace tarn::em
+
+#endif
