@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the build and the tests need, when any is missing.
+# Sourced by main.sh and test.sh; needs root (or sudo) only when something must be installed.
+set -euo pipefail
+
+ARA_EXEC_PACKAGES=(
+    build-essential cmake ninja-build pkg-config git
+    cyclonedds-dev cyclonedds-tools
+    libdlt-dev dlt-daemon dlt-tools
+    rapidjson-dev zlib1g-dev
+    libgtest-dev libgmock-dev libbenchmark-dev
+    clang-14 libclang-rt-14-dev
+)
+
+ara_exec_install_deps() {
+    local missing=()
+    local pkg
+    for pkg in "${ARA_EXEC_PACKAGES[@]}"; do
+        if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed"; then
+            missing+=("$pkg")
+        fi
+    done
+    if [ ${#missing[@]} -eq 0 ]; then
+        return 0
+    fi
+    echo "Installing missing packages: ${missing[*]}"
+    local sudo=()
+    if [ "$(id -u)" -ne 0 ]; then
+        sudo=(sudo)
+    fi
+    export DEBIAN_FRONTEND=noninteractive
+    "${sudo[@]}" apt-get update -q
+    "${sudo[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"
+}
