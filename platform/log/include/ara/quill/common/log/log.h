@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -39,11 +40,11 @@ public:
     LogStreamBuffer& operator<<(const T& value) {
         if (active_) {
             if constexpr (std::is_enum_v<T>) {
-                stream_ << static_cast<std::underlying_type_t<T>>(value);
+                *stream_ << static_cast<std::underlying_type_t<T>>(value);
             } else if constexpr (std::is_same_v<T, std::int8_t> || std::is_same_v<T, std::uint8_t>) {
-                stream_ << static_cast<int>(value);
+                *stream_ << static_cast<int>(value);
             } else {
-                stream_ << value;
+                *stream_ << value;
             }
         }
         return *this;
@@ -61,7 +62,8 @@ private:
     const Log* owner_;
     LogLevel level_;
     bool active_;
-    std::ostringstream stream_;
+    // Engaged only for an active record, so a filtered stream never builds a stream object.
+    std::optional<std::ostringstream> stream_;
 };
 
 /// One log context. Obtained with GetLog; shared by every user of the same context id.
