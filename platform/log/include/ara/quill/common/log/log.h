@@ -40,7 +40,8 @@ public:
     LogStreamBuffer& operator<<(const T& value) {
         if (active_) {
             if constexpr (std::is_enum_v<T>) {
-                *stream_ << static_cast<std::underlying_type_t<T>>(value);
+                // Promoted at least to int so one-byte enums print as numbers, not characters.
+                *stream_ << static_cast<std::common_type_t<int, std::underlying_type_t<T>>>(value);
             } else if constexpr (std::is_same_v<T, std::int8_t> || std::is_same_v<T, std::uint8_t>) {
                 *stream_ << static_cast<int>(value);
             } else {
