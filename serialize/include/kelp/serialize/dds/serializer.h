@@ -1,0 +1,138 @@
+// DDS encoders: unaligned host-order concatenation without tags, marks or terminators.
+// Strings and scalars for requests, and the reply forms a server writes.
+#ifndef KELP_SERIALIZE_DDS_SERIALIZER_H
+#define KELP_SERIALIZE_DDS_SERIALIZER_H
+
+#include <cstdint>
+#include <type_traits>
+#include <vector>
+
+#include "ara/core/error_code.h"
+#include "ara/core/internal/export.h"
+#include "ara/core/memcpy_s.h"
+#include "ara/core/string.h"
+#include "ara/exec/process.h"
+#include "kelp/serialize/serialize_config.h"
+
+namespace kelp::serialize::dds {
+
+namespace detail {
+ARA_EXPORT void LogScalarCopyFailure();
+}  // namespace detail
+
+/// Fixed-size values (`int`, `ara::exec::ExecutionState`, `bool`): their bytes in host order.
+template <typename T>
+class Serializer {
+    static_assert(std::is_trivially_copyable_v<T>, "DDS scalar serializer needs a trivially copyable type");
+
+public:
+    Serializer(const T& value, const SerializeConfig& config, std::uint64_t room = 0U, std::uint64_t position = 0U)
+        : value_(&value), config_(config), room_(room), position_(position) {}
+
+    std::uint64_t GetSize() const noexcept { return sizeof(T); }
+    void Serialize(unsigned char* buffer) const {
+        if (buffer == nullptr || memcpy_s(buffer + position_, room_, value_, sizeof(T)) != 0) {
+            detail::LogScalarCopyFailure();
+        }
+    }
+
+private:
+    const T* value_;
+    SerializeConfig config_;
+    std::uint64_t room_;
+    std::uint64_t position_;
+};
+
+/// `ara::core::String` (also `std::string`, the same type here): 32-bit character count,
+/// then the characters.
+template <>
+class ARA_EXPORT Serializer<ara::core::String> {
+public:
+    Serializer(const ara::core::String& value,
+               const SerializeConfig& config,
+               std::uint64_t room = 0U,
+               std::uint64_t position = 0U)
+        : value_(&value), config_(config), room_(room), position_(position) {}
+
+    /// 4 + characters, or SERIALIZE_SIZE_ERROR when the count does not fit 32 bits.
+    std::uint64_t GetSize() const noexcept { return SizeFor(value_->size()); }
+    static std::uint64_t SizeFor(std::uint64_t characters) noexcept;
+    void Serialize(unsigned char* buffer) const;
+
+private:
+    const ara::core::String* value_;
+    SerializeConfig config_;
+    std::uint64_t room_;
+    std::uint64_t position_;
+};
+
+/// `ara::exec::Process` (server side): the five members in their DDS forms.
+template <>
+class ARA_EXPORT Serializer<ara::exec::Process> {
+public:
+    Serializer(const ara::exec::Process& value,
+               const SerializeConfig& config,
+               std::uint64_t room = 0U,
+               std::uint64_t position = 0U)
+        : value_(&value), config_(config), room_(room), position_(position) {}
+
+    std::uint64_t GetSize() const noexcept;
+    void Serialize(unsigned char* buffer) const;
+
+private:
+    const ara::exec::Process* value_;
+    SerializeConfig config_;
+    std::uint64_t room_;
+    std::uint64_t position_;
+};
+
+/// `std::vector<ara::exec::Process>` (server side): 32-bit element count, then the elements.
+template <>
+class ARA_EXPORT Serializer<std::vector<ara::exec::Process>> {
+public:
+    Serializer(const std::vector<ara::exec::Process>& value,
+               const SerializeConfig& config,
+               std::uint64_t room = 0U,
+               std::uint64_t position = 0U)
+        : value_(&value), config_(config), room_(room), position_(position) {}
+
+    std::uint64_t GetSize() const noexcept;
+    void Serialize(unsigned char* buffer) const;
+
+private:
+    const std::vector<ara::exec::Process>* value_;
+    SerializeConfig config_;
+    std::uint64_t room_;
+    std::uint64_t position_;
+};
+
+/// The 17-byte error reply in host order: 4 zero bytes, kind 1, domain id, code.
+template <>
+class ARA_EXPORT Serializer<ara::core::ErrorCode> {
+public:
+    Serializer(const ara::core::ErrorCode& value,
+               const SerializeConfig& config,
+               std::uint64_t room = 0U,
+               std::uint64_t position = 0U)
+        : domainId_(value.Domain().Id()), code_(value.Value()), config_(config), room_(room), position_(position) {}
+    Serializer(std::uint64_t domainId,
+               std::int32_t code,
+               const SerializeConfig& config,
+               std::uint64_t room = 0U,
+               std::uint64_t position = 0U)
+        : domainId_(domainId), code_(code), config_(config), room_(room), position_(position) {}
+
+    std::uint64_t GetSize() const noexcept;
+    void Serialize(unsigned char* buffer) const;
+
+private:
+    std::uint64_t domainId_;
+    std::int32_t code_;
+    SerializeConfig config_;
+    std::uint64_t room_;
+    std::uint64_t position_;
+};
+
+}  // namespace kelp::serialize::dds
+
+#endif

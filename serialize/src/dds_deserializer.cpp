@@ -1,0 +1,232 @@
+// DDS decoders of replies, their size counter and the member enumerator. Every read is
+// checked against the byte range the decoder was given.
+#include "kelp/serialize/dds/deserializer.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "ara/core/memcpy_s.h"
+#include "ara/quill/common/log/log.h"
+
+namespace kelp::serialize::dds {
+
+namespace {
+
+using ara::quill::common::log::Log;
+
+constexpr std::uint64_t COUNT_SIZE = 4U;
+/// Smallest process: four empty strings and the flag.
+constexpr std::uint64_t MIN_PROCESS_SIZE = 4U * COUNT_SIZE + 1U;
+
+std::uint32_t ReadCount(const unsigned char* data) noexcept {
+    std::uint32_t count{};
+    std::memcpy(&count, data, sizeof(count));
+    return count;
+}
+
+}  // namespace
+
+/// Measures the members of a process without decoding them.
+class DeserializeSizeCounter {
+public:
+    /// Size of the string at `data` (count + characters), or SERIALIZE_SIZE_ERROR (logged).
+    static std::uint64_t StringSize(const unsigned char* data, std::uint64_t available) {
+        if (available >= COUNT_SIZE) {
+            const std::uint64_t count = ReadCount(data);
+            if (count <= available - COUNT_SIZE) {
+                return COUNT_SIZE + count;
+            }
+        }
+        Log::GetLog("CM")->error() << "Deserialization[DDS] size counter failed, insufficient data.";
+        return SERIALIZE_SIZE_ERROR;
+    }
+
+    /// Bytes of the process at `data`, or SERIALIZE_SIZE_ERROR (logged).
+    static std::uint64_t ProcessSize(const unsigned char* data, std::uint64_t available) {
+        std::uint64_t offset = 0U;
+        for (int i = 0; i < 4; ++i) {
+            const std::uint64_t size = StringSize(data + offset, available - offset);
+            if (size == SERIALIZE_SIZE_ERROR) {
+                return SERIALIZE_SIZE_ERROR;
+            }
+            offset += size;
+        }
+        if (offset >= available) {
+            Log::GetLog("CM")->error() << "Deserialization of trivially copyable type failed, insufficient data!";
+            return SERIALIZE_SIZE_ERROR;
+        }
+        return offset + 1U;
+    }
+};
+
+/// Reads the members of a process one after the other, within a range already measured.
+class DeserializingEnumerator {
+public:
+    DeserializingEnumerator(const unsigned char* data, std::uint64_t size) : data_(data), size_(size) {}
+
+    bool Next(ara::core::String& text) {
+        if (size_ - offset_ < COUNT_SIZE) {
+            return Fail();
+        }
+        const std::uint64_t count = ReadCount(data_ + offset_);
+        if (count > size_ - offset_ - COUNT_SIZE) {
+            return Fail();
+        }
+        text.assign(reinterpret_cast<const char*>(data_ + offset_ + COUNT_SIZE), count);
+        offset_ += COUNT_SIZE + count;
+        return true;
+    }
+
+    bool Next(bool& flag) {
+        if (offset_ >= size_) {
+            return Fail();
+        }
+        flag = data_[offset_] != 0U;
+        ++offset_;
+        return true;
+    }
+
+private:
+    static bool Fail() {
+        Log::GetLog("CM")->error() << "Insufficient arguments from remote end";
+        return false;
+    }
+
+    const unsigned char* data_;
+    std::uint64_t size_;
+    std::uint64_t offset_{0U};
+};
+
+// ---- ara::core::ErrorCode ---------------------------------------------------------------
+
+std::uint64_t Deserializer<ara::core::ErrorCode>::GetSize() const {
+    const auto log = Log::GetLog("CM");
+    if (size_ < ERROR_CODE_PAYLOAD_SIZE) {
+        log->error() << "[DDSSerializeErrorCode][Construct deserialization for ErrorCode failed, invalid size "
+                        "parameter]";
+        return SERIALIZE_SIZE_ERROR;
+    }
+    unsigned char kind = 0U;
+    if (memcpy_s(&kind, sizeof(kind), data_ + 4, sizeof(kind)) != 0) {
+        log->error() << "[DDS Deserializer ErrorCode] Memory copy return error, Invalid deserialization.";
+    }
+    if (kind != ERROR_CODE_KIND) {
+        log->error() << "Construct deserialization for ErrorCode failed, invalid type of ErrorCode!";
+        return SERIALIZE_SIZE_ERROR;
+    }
+    if (size_ != ERROR_CODE_PAYLOAD_SIZE) {
+        log->error() << "Construct deserialization for ErrorCode failed, invalid size parameter!";
+        return SERIALIZE_SIZE_ERROR;
+    }
+    return ERROR_CODE_PAYLOAD_SIZE;
+}
+
+ErrorCodeValue Deserializer<ara::core::ErrorCode>::GetValueHelper() const {
+    std::uint64_t id = 0U;
+    std::int32_t code = 0;
+    const bool readable = size_ >= ERROR_CODE_PAYLOAD_SIZE;
+    if (!readable || memcpy_s(&id, sizeof(id), data_ + 5, sizeof(id)) != 0) {
+        Log::GetLog("CM")->error() << "[DDS Deserializer ErrorCode] Memory copy return error, Invalid deserialization.";
+        id = 0U;
+    }
+    if (!readable || memcpy_s(&code, sizeof(code), data_ + 13, sizeof(code)) != 0) {
+        Log::GetLog("CM")->error() << "[DDS Deserializer ErrorCode] Memory copy return error, Invalid deserialization.";
+        code = 0;
+    }
+    return {id, code};
+}
+
+// ---- ara::core::String ------------------------------------------------------------------
+
+std::uint64_t Deserializer<ara::core::String>::GetSize() const {
+    if (size_ >= COUNT_SIZE) {
+        const std::uint64_t count = ReadCount(data_);
+        if (count < 0xFFFFFFFFULL && count <= size_ - COUNT_SIZE) {
+            return count + COUNT_SIZE;
+        }
+    }
+    Log::GetLog("CM")->error() << "Deserialization of String failed, insufficient data.";
+    return SERIALIZE_SIZE_ERROR;
+}
+
+ara::core::String Deserializer<ara::core::String>::GetValue() const {
+    if (size_ < COUNT_SIZE) {
+        return {};
+    }
+    const std::uint64_t count = ReadCount(data_);
+    if (count > size_ - COUNT_SIZE) {
+        return {};
+    }
+    return ara::core::String(reinterpret_cast<const char*>(data_ + COUNT_SIZE), count);
+}
+
+// ---- bool -------------------------------------------------------------------------------
+
+std::uint64_t Deserializer<bool>::GetSize() const {
+    if (size_ < 1U) {
+        Log::GetLog("CM")->error() << "Deserialization of trivially copyable type failed, insufficient data!";
+        return SERIALIZE_SIZE_ERROR;
+    }
+    return 1U;
+}
+
+bool Deserializer<bool>::GetValue() const { return size_ >= 1U && data_[0] != 0U; }
+
+// ---- ara::exec::Process -----------------------------------------------------------------
+
+std::uint64_t Deserializer<ara::exec::Process>::GetSize() const {
+    return DeserializeSizeCounter::ProcessSize(data_, size_);
+}
+
+ara::exec::Process Deserializer<ara::exec::Process>::GetValue() const {
+    ara::exec::Process process;
+    DeserializingEnumerator members(data_, size_);
+    static_cast<void>(members.Next(process.processName) && members.Next(process.functionGroupName) &&
+                      members.Next(process.processState) && members.Next(process.executionState) &&
+                      members.Next(process.isRunning));
+    return process;
+}
+
+// ---- std::vector<ara::exec::Process> (SequenceContainerDeserializer) --------------------
+
+namespace {
+
+/// Walks the sequence; fills `out` when given. Bytes of the sequence or SERIALIZE_SIZE_ERROR.
+std::uint64_t WalkSequence(const unsigned char* data, std::uint64_t size, std::vector<ara::exec::Process>* out) {
+    if (size < COUNT_SIZE) {
+        Log::GetLog("CM")->error() << "GetValue(): Deserialization of sequence container failed, insufficient data.";
+        return SERIALIZE_SIZE_ERROR;
+    }
+    const std::uint64_t count = ReadCount(data);
+    if (out != nullptr) {
+        out->reserve(static_cast<std::size_t>(std::min(count, (size - COUNT_SIZE) / MIN_PROCESS_SIZE)));
+    }
+    std::uint64_t offset = COUNT_SIZE;
+    for (std::uint64_t i = 0U; i < count; ++i) {
+        const std::uint64_t element = DeserializeSizeCounter::ProcessSize(data + offset, size - offset);
+        if (element == SERIALIZE_SIZE_ERROR) {
+            Log::GetLog("CM")->error() << "GetValue(): Deserialization of sequence container failed, insufficient "
+                                          "data.";
+            return SERIALIZE_SIZE_ERROR;
+        }
+        if (out != nullptr) {
+            out->push_back(Deserializer<ara::exec::Process>(data + offset, element, SerializeConfig{}).GetValue());
+        }
+        offset += element;
+    }
+    return offset;
+}
+
+}  // namespace
+
+std::uint64_t Deserializer<std::vector<ara::exec::Process>>::GetSize() const {
+    return WalkSequence(data_, size_, nullptr);
+}
+
+std::vector<ara::exec::Process> Deserializer<std::vector<ara::exec::Process>>::GetValue() const {
+    std::vector<ara::exec::Process> processes;
+    WalkSequence(data_, size_, &processes);
+    return processes;
+}
+
+}  // namespace kelp::serialize::dds

@@ -1,0 +1,395 @@
+// SOME/IP decoders of replies and their size counters. Every read is checked against the
+// byte range the decoder was given.
+#include "kelp/serialize/someip/deserializer.h"
+
+#include <cstring>
+
+#include "ara/core/memcpy_s.h"
+#include "ara/quill/common/log/log.h"
+#include "tlv/serialize/tlv_serialize_helper.h"
+
+namespace kelp::serialize::someip {
+
+namespace {
+
+using ara::quill::common::log::Log;
+namespace sd = kelp::serialize::detail;
+
+constexpr std::uint64_t SOMEIP_HEADER_SIZE = 16U;
+constexpr std::uint64_t MARK_SIZE = 4U;
+constexpr std::uint64_t PROCESS_TEXT_MEMBERS = 4U;
+
+bool IsLengthFieldSize(std::uint64_t size) noexcept { return size == 0U || size == 1U || size == 2U || size == 4U; }
+
+ara::core::String* TextMember(ara::exec::Process& process, std::size_t index) noexcept {
+    switch (index) {
+        case 0U:
+            return &process.processName;
+        case 1U:
+            return &process.functionGroupName;
+        case 2U:
+            return &process.processState;
+        default:
+            return &process.executionState;
+    }
+}
+
+}  // namespace
+
+/// Steps over the members of a structure, refusing one that runs past the end.
+class DeserializeSizeCounter {
+public:
+    /// Adds `size` to `offset` when the member fits in `limit`; logs and fails otherwise.
+    static bool CheckAndDoStreamOffset(std::uint64_t size, std::uint64_t& offset, std::uint64_t limit) {
+        if (size == SERIALIZE_SIZE_ERROR || offset > limit || size > limit - offset) {
+            Log::GetLog("CM")->error() << "Deserialization[Someip] size counter failed, insufficient data.";
+            return false;
+        }
+        offset += size;
+        return true;
+    }
+
+    /// Where the member of `node`'s data id lies in a scanned structure; false (with the log)
+    /// when the stream does not carry it.
+    static bool GetParamSizeOfTlv(const tlv::serialize::DataIdTable& table,
+                                  const SerializationNode& node,
+                                  tlv::serialize::DataIdParams& params) {
+        const auto it = table.entries.find(node.dataId);
+        if (it == table.entries.end()) {
+            const auto log = Log::GetLog("CM");
+            log->error() << "Deserialization, cannot find dataId[dataId=" << node.dataId << "]";
+            log->error() << "Deserialization, check has the same serialize config";
+            return false;
+        }
+        params = it->second;
+        return true;
+    }
+};
+
+/// Decodes the members of a process: in order, or by data id when the node is TLV.
+class StructDeserializeHelper {
+public:
+    StructDeserializeHelper(const unsigned char* data,
+                            std::uint64_t size,
+                            const SerializeConfig& config,
+                            std::shared_ptr<SerializationNode> node,
+                            std::uint64_t position)
+        : data_(data), size_(size), config_(config), node_(std::move(node)), position_(position) {}
+
+    /// Bytes of the structure, or SERIALIZE_SIZE_ERROR; fills `out` when given.
+    std::uint64_t Walk(ara::exec::Process* out) const {
+        const ByteOrder order = node_ ? node_->byteOrder : config_.byteOrder;
+        const std::uint64_t lengthFieldSize =
+            node_ ? (node_->HasDataId() ? node_->tlvLengthFieldSize : node_->structLengthFieldSize)
+                  : config_.structLengthFieldSize;
+        if (!IsLengthFieldSize(lengthFieldSize) || size_ < lengthFieldSize) {
+            Log::GetLog("CM")->error() << "Deserialization[Someip] size counter failed, insufficient data.";
+            return SERIALIZE_SIZE_ERROR;
+        }
+        std::uint64_t regionSize = size_;
+        if (lengthFieldSize != 0U) {
+            regionSize = sd::ReadLengthField(data_, lengthFieldSize, order);
+            if (regionSize > size_ - lengthFieldSize) {
+                return SERIALIZE_SIZE_ERROR;
+            }
+        }
+        const unsigned char* region = data_ + lengthFieldSize;
+        const std::uint64_t used = (node_ && node_->isTlv) ? WalkTlv(region, regionSize, order, out)
+                                                           : WalkInOrder(region, regionSize, lengthFieldSize, out);
+        if (used == SERIALIZE_SIZE_ERROR) {
+            return SERIALIZE_SIZE_ERROR;
+        }
+        return lengthFieldSize + (lengthFieldSize != 0U ? regionSize : used);
+    }
+
+private:
+    std::uint64_t WalkInOrder(const unsigned char* region,
+                              std::uint64_t regionSize,
+                              std::uint64_t regionPosition,
+                              ara::exec::Process* out) const {
+        const SerializeConfig memberConfig;
+        std::uint64_t offset = 0U;
+        for (std::size_t i = 0U; i < PROCESS_TEXT_MEMBERS; ++i) {
+            const Deserializer<ara::core::String> member(region + offset,
+                                                         regionSize - offset,
+                                                         memberConfig,
+                                                         node_ ? node_->Child(i) : nullptr,
+                                                         position_ + regionPosition + offset);
+            const std::uint64_t size = member.GetSize();
+            if (size == SERIALIZE_SIZE_ERROR ||
+                !DeserializeSizeCounter::CheckAndDoStreamOffset(size + member.GetPadding(), offset, regionSize)) {
+                return SERIALIZE_SIZE_ERROR;
+            }
+            if (out != nullptr) {
+                *TextMember(*out, i) = member.GetValue();
+            }
+        }
+        const Deserializer<bool> flag(
+            region + offset, regionSize - offset, memberConfig, node_ ? node_->Child(PROCESS_TEXT_MEMBERS) : nullptr);
+        const std::uint64_t flagSize = flag.GetSize();
+        if (flagSize == SERIALIZE_SIZE_ERROR || !DeserializeSizeCounter::CheckAndDoStreamOffset(flagSize, offset, regionSize)) {
+            return SERIALIZE_SIZE_ERROR;
+        }
+        if (out != nullptr) {
+            out->isRunning = flag.GetValue();
+        }
+        return offset;
+    }
+
+    std::uint64_t WalkTlv(const unsigned char* region,
+                          std::uint64_t regionSize,
+                          ByteOrder order,
+                          ara::exec::Process* out) const {
+        const tlv::serialize::DataIdTable table =
+            tlv::serialize::TlvSerializeHelper::RecordDataId(order, node_->tlvLengthFieldSize, region, regionSize);
+        if (table.consumedSize == SERIALIZE_SIZE_ERROR || table.consumedSize > regionSize) {
+            Log::GetLog("CM")->error() << "Deserialization[Someip] size counter failed, insufficient data.";
+            return SERIALIZE_SIZE_ERROR;
+        }
+        const SerializeConfig memberConfig;
+        for (std::size_t i = 0U; i <= PROCESS_TEXT_MEMBERS; ++i) {
+            const std::shared_ptr<SerializationNode> child = node_->Child(i);
+            tlv::serialize::DataIdParams params;
+            // A member the stream does not carry keeps its default value.
+            if (!child || !DeserializeSizeCounter::GetParamSizeOfTlv(table, *child, params)) {
+                continue;
+            }
+            // The tag tells the length-field size of this member; it wins over the deployment's.
+            auto memberNode = std::make_shared<SerializationNode>(*child);
+            if (params.lengthFieldSize != 0U) {
+                memberNode->tlvLengthFieldSize = params.lengthFieldSize;
+            }
+            const unsigned char* memberData = region + params.offset;
+            if (i < PROCESS_TEXT_MEMBERS) {
+                const Deserializer<ara::core::String> member(memberData, params.size, memberConfig, memberNode);
+                std::uint64_t used = 0U;
+                if (!DeserializeSizeCounter::CheckAndDoStreamOffset(member.GetSize(), used, params.size)) {
+                    return SERIALIZE_SIZE_ERROR;
+                }
+                if (out != nullptr) {
+                    *TextMember(*out, i) = member.GetValue();
+                }
+            } else {
+                const Deserializer<bool> flag(memberData, params.size, memberConfig, memberNode);
+                std::uint64_t used = 0U;
+                if (!DeserializeSizeCounter::CheckAndDoStreamOffset(flag.GetSize(), used, params.size)) {
+                    return SERIALIZE_SIZE_ERROR;
+                }
+                if (out != nullptr) {
+                    out->isRunning = flag.GetValue();
+                }
+            }
+        }
+        return table.consumedSize;
+    }
+
+    const unsigned char* data_;
+    std::uint64_t size_;
+    const SerializeConfig& config_;
+    std::shared_ptr<SerializationNode> node_;
+    std::uint64_t position_;
+};
+
+/// Walks the elements of a container one after the other.
+template <typename T>
+class ContainerDeserializeHelper;
+
+template <>
+class ContainerDeserializeHelper<std::vector<ara::exec::Process>> {
+public:
+    ContainerDeserializeHelper(const unsigned char* data,
+                               std::uint64_t size,
+                               const SerializeConfig& config,
+                               std::shared_ptr<SerializationNode> node,
+                               std::uint64_t position)
+        : data_(data), size_(size), config_(config), node_(std::move(node)), position_(position) {}
+
+    std::uint64_t Walk(std::vector<ara::exec::Process>* out) const {
+        const char* failure = out == nullptr ? "GetSize failed for Vector deserialization, insufficient data!"
+                                             : "GetValue failed for Vector deserialization, insufficient data!";
+        const std::uint64_t lengthFieldSize =
+            node_ ? (node_->HasDataId() ? node_->tlvLengthFieldSize : node_->arrayLengthFieldSize)
+                  : config_.arrayLengthFieldSize;
+        if (!IsLengthFieldSize(lengthFieldSize) || size_ < lengthFieldSize) {
+            Log::GetLog("CM")->error() << failure;
+            return SERIALIZE_SIZE_ERROR;
+        }
+        const ByteOrder order = node_ ? node_->byteOrder : config_.byteOrder;
+        // Without a length field the container takes the rest of the payload.
+        const std::uint64_t length =
+            lengthFieldSize != 0U ? sd::ReadLengthField(data_, lengthFieldSize, order) : size_;
+        if (length > size_ - lengthFieldSize) {
+            Log::GetLog("CM")->error() << failure;
+            return SERIALIZE_SIZE_ERROR;
+        }
+        const SerializeConfig memberConfig;
+        const std::shared_ptr<SerializationNode> elementNode = node_ ? node_->Child(0U) : nullptr;
+        const unsigned char* elements = data_ + lengthFieldSize;
+        std::uint64_t offset = 0U;
+        while (offset < length) {
+            const StructDeserializeHelper element(
+                elements + offset, length - offset, memberConfig, elementNode, position_ + lengthFieldSize + offset);
+            ara::exec::Process process;
+            const std::uint64_t size = element.Walk(out != nullptr ? &process : nullptr);
+            if (size == SERIALIZE_SIZE_ERROR || size == 0U || size > length - offset) {
+                Log::GetLog("CM")->error() << failure;
+                return SERIALIZE_SIZE_ERROR;
+            }
+            if (out != nullptr) {
+                out->push_back(std::move(process));
+            }
+            offset += size;
+        }
+        return lengthFieldSize + length;
+    }
+
+private:
+    const unsigned char* data_;
+    std::uint64_t size_;
+    const SerializeConfig& config_;
+    std::shared_ptr<SerializationNode> node_;
+    std::uint64_t position_;
+};
+
+// ---- ara::core::ErrorCode ---------------------------------------------------------------
+
+std::uint64_t Deserializer<ara::core::ErrorCode>::GetSize() const {
+    const auto log = Log::GetLog("CM");
+    if (size_ < ERROR_CODE_PAYLOAD_SIZE) {
+        log->error() << "[SomeipDeserializerErrorCode][Construct deserialization for ErrorCode failed, invalid size "
+                        "parameter]";
+        return SERIALIZE_SIZE_ERROR;
+    }
+    unsigned char kind = 0U;
+    if (memcpy_s(&kind, sizeof(kind), data_ + 4, sizeof(kind)) != 0) {
+        log->error() << "[Someip Deserializer ErrorCode] Memory copy return error, Invalid deserialization.";
+    }
+    if (kind != ERROR_CODE_KIND) {
+        log->error() << "Construct deserialization for ErrorCode failed, invalid type of ErrorCode!";
+        return SERIALIZE_SIZE_ERROR;
+    }
+    if (size_ != ERROR_CODE_PAYLOAD_SIZE) {
+        log->error() << "Construct deserialization for ErrorCode failed, invalid size parameter!";
+        return SERIALIZE_SIZE_ERROR;
+    }
+    return ERROR_CODE_PAYLOAD_SIZE;
+}
+
+ErrorCodeValue Deserializer<ara::core::ErrorCode>::GetValueHelper() const {
+    std::uint64_t id = 0U;
+    std::uint32_t code = 0U;
+    const bool readable = size_ >= ERROR_CODE_PAYLOAD_SIZE;
+    if (!readable || memcpy_s(&id, sizeof(id), data_ + 5, sizeof(id)) != 0) {
+        Log::GetLog("CM")->error() << "[Someip Deserializer ErrorCode] Memory copy return error, Invalid "
+                                      "deserialization.";
+        id = 0U;
+    } else {
+        id = sd::ToOrder(id, Order());
+    }
+    if (!readable || memcpy_s(&code, sizeof(code), data_ + 13, sizeof(code)) != 0) {
+        Log::GetLog("CM")->error() << "[Someip Deserializer ErrorCode] Memory copy return error, Invalid "
+                                      "deserialization.";
+        code = 0U;
+    } else {
+        code = sd::ToOrder(code, Order());
+    }
+    return {id, static_cast<std::int32_t>(code)};
+}
+
+// ---- ara::core::String ------------------------------------------------------------------
+
+Deserializer<ara::core::String>::Deserializer(const unsigned char* data,
+                                              std::uint64_t size,
+                                              const SerializeConfig& config,
+                                              std::shared_ptr<SerializationNode> node,
+                                              std::uint64_t position)
+    : DeserializerBase(data, size, config, std::move(node), position) {
+    SetDataLength();
+}
+
+void Deserializer<ara::core::String>::SetDataLength() {
+    bool raw = config_.rawString;
+    std::uint64_t lengthFieldSize = config_.stringLengthFieldSize;
+    if (node_) {
+        raw = node_->rawString;
+        lengthFieldSize = node_->HasDataId() ? node_->tlvLengthFieldSize : node_->stringLengthFieldSize;
+    }
+    lengthFieldSize_ = lengthFieldSize;
+    mark_ = raw ? 0U : MARK_SIZE;
+    if (lengthFieldSize > size_ || size_ - lengthFieldSize < mark_) {
+        return;
+    }
+    const std::uint64_t length = sd::ReadLengthField(data_, lengthFieldSize, Order());
+    if (length < mark_ || size_ - lengthFieldSize < length) {
+        return;
+    }
+    characters_ = length - mark_;
+    if (!raw) {
+        const unsigned char* text = data_ + lengthFieldSize;
+        if (text[0] != 0xEFU || text[1] != 0xBBU || text[2] != 0xBFU || text[3U + characters_] != 0U) {
+            return;
+        }
+    }
+    if (node_ && !node_->HasDataId() && !node_->skipPadding && node_->alignment > 1U) {
+        const std::uint64_t alignment = node_->alignment;
+        const std::uint64_t r = (length + lengthFieldSize + position_ + SOMEIP_HEADER_SIZE) % alignment;
+        padding_ = (r == 0U) ? 0U : alignment - r;
+    }
+    valid_ = true;
+}
+
+std::uint64_t Deserializer<ara::core::String>::GetSize() const {
+    if (!valid_ || lengthFieldSize_ + characters_ + mark_ > size_) {
+        Log::GetLog("CM")->error() << "Construct deserialization for String failed, insufficient data.";
+        return SERIALIZE_SIZE_ERROR;
+    }
+    return lengthFieldSize_ + characters_ + mark_;
+}
+
+ara::core::String Deserializer<ara::core::String>::GetValue() const {
+    if (!valid_) {
+        return {};
+    }
+    const unsigned char* text = data_ + lengthFieldSize_ + (mark_ != 0U ? 3U : 0U);
+    return ara::core::String(reinterpret_cast<const char*>(text), characters_);
+}
+
+// ---- bool -------------------------------------------------------------------------------
+
+std::uint64_t Deserializer<bool>::GetSize() const {
+    if (size_ < 1U) {
+        Log::GetLog("CM")->error() << "Invalid parameter for trivially copyable type: size, it's insufficient!";
+        return SERIALIZE_SIZE_ERROR;
+    }
+    return 1U;
+}
+
+bool Deserializer<bool>::GetValue() const { return size_ >= 1U && data_[0] != 0U; }
+
+// ---- ara::exec::Process -----------------------------------------------------------------
+
+std::uint64_t Deserializer<ara::exec::Process>::GetSize() const {
+    return StructDeserializeHelper(data_, size_, config_, node_, position_).Walk(nullptr);
+}
+
+ara::exec::Process Deserializer<ara::exec::Process>::GetValue() const {
+    ara::exec::Process process;
+    StructDeserializeHelper(data_, size_, config_, node_, position_).Walk(&process);
+    return process;
+}
+
+// ---- std::vector<ara::exec::Process> ----------------------------------------------------
+
+std::uint64_t Deserializer<std::vector<ara::exec::Process>>::GetSize() const {
+    return ContainerDeserializeHelper<std::vector<ara::exec::Process>>(data_, size_, config_, node_, position_)
+        .Walk(nullptr);
+}
+
+std::vector<ara::exec::Process> Deserializer<std::vector<ara::exec::Process>>::GetValue() const {
+    std::vector<ara::exec::Process> processes;
+    ContainerDeserializeHelper<std::vector<ara::exec::Process>>(data_, size_, config_, node_, position_)
+        .Walk(&processes);
+    return processes;
+}
+
+}  // namespace kelp::serialize::someip
