@@ -5,12 +5,18 @@
 #include <memory>
 
 #include "ara/quill/common/log/log.h"
+#include "tarn/em/log_em.h"
 
 namespace tarn::em::util::detail {
 
-/// Looked up on each use, so it is safe during static initialisation and always reaches
-/// the sinks installed at the time.
-inline std::shared_ptr<ara::quill::common::log::Log> EmLog() { return ara::quill::common::log::Log::GetLog("EM"); }
+/// LogEm::log, or the same context looked up when called before the library-wide loggers
+/// are initialised (from another library's static initialisation).
+inline std::shared_ptr<ara::quill::common::log::Log> EmLog() {
+    if (tarn::em::LogEm::log != nullptr) {
+        return tarn::em::LogEm::log;
+    }
+    return ara::quill::common::log::Log::GetLog("EM");
+}
 
 }  // namespace tarn::em::util::detail
 
