@@ -21,9 +21,8 @@ ara_exec_add_test(
 
 ara_exec_add_test(
   NAME log_process_test
-  SOURCES log_process_test.cpp log_support/child_process.cpp
+  SOURCES log_process_test.cpp
   LINK ara_platform_static)
-target_include_directories(log_process_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/log_support)
 target_compile_definitions(log_process_test PRIVATE LOG_EMITTER_PATH="$<TARGET_FILE:log_emitter>"
                                                     $<$<BOOL:${ARA_EXEC_WITH_DLT}>:ARA_LOG_TEST_WITH_DLT=1>)
 add_dependencies(log_process_test log_emitter)

@@ -36,7 +36,9 @@ DltLogLevelType ToDltLevel(LogLevel level) {
 
 DltSink::DltSink(LogLevel threshold, ExitHook exitHook) : threshold_(threshold), exitHook_(exitHook) {}
 
-DltSink::~DltSink() { Shutdown(); }
+DltSink::~DltSink() {
+    Shutdown();
+}
 
 bool DltSink::EnsureApplication(const std::string& appId) {
     if (state_ == State::kRegistered) {
@@ -88,8 +90,9 @@ DltContext* DltSink::EnsureContext(const std::string& ctxId) {
     context.handle = std::make_unique<DltContext>();
     const std::string id = ShortId(ctxId, takenIds_);
     const std::string& description = context.description.empty() ? ctxId : context.description;
-    if (dlt_register_context_ll_ts(context.handle.get(), id.c_str(), description.c_str(), ToDltLevel(threshold_),
-                                   DLT_TRACE_STATUS_OFF) < DLT_RETURN_OK) {
+    if (dlt_register_context_ll_ts(
+            context.handle.get(), id.c_str(), description.c_str(), ToDltLevel(threshold_), DLT_TRACE_STATUS_OFF) <
+        DLT_RETURN_OK) {
         WriteDiagnostic("cannot register DLT context '" + id + "' for '" + ctxId + "'");
         return nullptr;
     }

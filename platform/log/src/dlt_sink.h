@@ -2,12 +2,12 @@
 #ifndef ARA_QUILL_COMMON_LOG_SRC_DLT_SINK_H
 #define ARA_QUILL_COMMON_LOG_SRC_DLT_SINK_H
 
+#include <dlt/dlt.h>
+
 #include <memory>
 #include <set>
 #include <string>
 #include <unordered_map>
-
-#include <dlt/dlt.h>
 
 #include "ara/quill/common/log/log.h"
 

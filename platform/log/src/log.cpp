@@ -50,13 +50,17 @@ void Log::InitLog(const std::string& appId, const std::string& ctxId, const std:
     LogCore::Instance().InitLog(appId, ctxId, description);
 }
 
-std::shared_ptr<Log> Log::GetLog(const std::string& ctxId) { return LogCore::Instance().GetLog(ctxId); }
+std::shared_ptr<Log> Log::GetLog(const std::string& ctxId) {
+    return LogCore::Instance().GetLog(ctxId);
+}
 
 Log::Log(std::string ctxId) : ctxId_(std::move(ctxId)) {}
 
 Log::~Log() = default;
 
-bool Log::IsValid() const noexcept { return !ctxId_.empty(); }
+bool Log::IsValid() const noexcept {
+    return !ctxId_.empty();
+}
 
 LogStreamBuffer Log::Stream(LogLevel level) const {
     return LogStreamBuffer(this, level, IsValid() && LogCore::Instance().Enabled(level));
@@ -69,14 +73,28 @@ LogStreamBuffer Log::Stream(LogLevel level, const std::string& logId, const Limi
     return LogStreamBuffer(this, level, active);
 }
 
-void Log::Emit(LogLevel level, const std::string& text) const { LogCore::Instance().Dispatch(ctxId_, level, text); }
+void Log::Emit(LogLevel level, const std::string& text) const {
+    LogCore::Instance().Dispatch(ctxId_, level, text);
+}
 
-LogStreamBuffer Log::fatal() const { return Stream(LogLevel::kFatal); }
-LogStreamBuffer Log::error() const { return Stream(LogLevel::kError); }
-LogStreamBuffer Log::warn() const { return Stream(LogLevel::kWarn); }
-LogStreamBuffer Log::info() const { return Stream(LogLevel::kInfo); }
-LogStreamBuffer Log::debug() const { return Stream(LogLevel::kDebug); }
-LogStreamBuffer Log::verbose() const { return Stream(LogLevel::kVerbose); }
+LogStreamBuffer Log::fatal() const {
+    return Stream(LogLevel::kFatal);
+}
+LogStreamBuffer Log::error() const {
+    return Stream(LogLevel::kError);
+}
+LogStreamBuffer Log::warn() const {
+    return Stream(LogLevel::kWarn);
+}
+LogStreamBuffer Log::info() const {
+    return Stream(LogLevel::kInfo);
+}
+LogStreamBuffer Log::debug() const {
+    return Stream(LogLevel::kDebug);
+}
+LogStreamBuffer Log::verbose() const {
+    return Stream(LogLevel::kVerbose);
+}
 
 LogStreamBuffer Log::fatal(const std::string& logId, const LimitConfig& limit) const {
     return Stream(LogLevel::kFatal, logId, limit);
@@ -101,11 +119,17 @@ struct CaptureSink::Impl {
     internal::CaptureBuffer buffer;
 };
 
-CaptureSink::CaptureSink() : impl_(std::make_unique<Impl>()) { LogCore::Instance().PushCapture(&impl_->buffer); }
+CaptureSink::CaptureSink() : impl_(std::make_unique<Impl>()) {
+    LogCore::Instance().PushCapture(&impl_->buffer);
+}
 
-CaptureSink::~CaptureSink() { LogCore::Instance().RemoveCapture(&impl_->buffer); }
+CaptureSink::~CaptureSink() {
+    LogCore::Instance().RemoveCapture(&impl_->buffer);
+}
 
-std::vector<LogRecord> CaptureSink::Records() const { return impl_->buffer.Records(); }
+std::vector<LogRecord> CaptureSink::Records() const {
+    return impl_->buffer.Records();
+}
 
 std::vector<std::string> CaptureSink::Texts(const std::string& ctxId) const {
     std::vector<std::string> texts;
@@ -126,6 +150,8 @@ bool CaptureSink::Contains(const std::string& text) const {
     return false;
 }
 
-void CaptureSink::Clear() { impl_->buffer.Clear(); }
+void CaptureSink::Clear() {
+    impl_->buffer.Clear();
+}
 
 }  // namespace ara::quill::common::log

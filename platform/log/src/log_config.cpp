@@ -13,18 +13,18 @@ std::string Normalize(std::string text) {
     const auto notBlank = [](unsigned char c) { return std::isspace(c) == 0; };
     text.erase(text.begin(), std::find_if(text.begin(), text.end(), notBlank));
     text.erase(std::find_if(text.rbegin(), text.rend(), notBlank).base(), text.end());
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(
+        text.begin(), text.end(), text.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return text;
 }
 
 constexpr std::array<std::pair<const char*, LogLevel>, 7> LEVEL_NAMES{{{"off", LogLevel::kOff},
-                                                                      {"fatal", LogLevel::kFatal},
-                                                                      {"error", LogLevel::kError},
-                                                                      {"warn", LogLevel::kWarn},
-                                                                      {"info", LogLevel::kInfo},
-                                                                      {"debug", LogLevel::kDebug},
-                                                                      {"verbose", LogLevel::kVerbose}}};
+                                                                       {"fatal", LogLevel::kFatal},
+                                                                       {"error", LogLevel::kError},
+                                                                       {"warn", LogLevel::kWarn},
+                                                                       {"info", LogLevel::kInfo},
+                                                                       {"debug", LogLevel::kDebug},
+                                                                       {"verbose", LogLevel::kVerbose}}};
 
 void ParseSinks(const std::string& value, bool dltBuiltIn, LogConfig& config) {
     unsigned sinks = 0U;
@@ -75,13 +75,12 @@ LogConfig ParseLogConfig(const char* sinkValue, const char* levelValue, bool dlt
     }
     if (levelValue != nullptr) {
         const std::string name = Normalize(levelValue);
-        const auto* found = std::find_if(LEVEL_NAMES.begin(), LEVEL_NAMES.end(),
-                                         [&name](const auto& entry) { return name == entry.first; });
+        const auto* found = std::find_if(
+            LEVEL_NAMES.begin(), LEVEL_NAMES.end(), [&name](const auto& entry) { return name == entry.first; });
         if (found != LEVEL_NAMES.end()) {
             config.level = found->second;
         } else {
-            config.complaints.push_back(std::string("ARA_LOG_LEVEL: unknown level '") + levelValue +
-                                        "', using warn");
+            config.complaints.push_back(std::string("ARA_LOG_LEVEL: unknown level '") + levelValue + "', using warn");
         }
     }
     return config;

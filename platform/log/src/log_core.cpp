@@ -42,8 +42,7 @@ LogCore& LogCore::Instance() {
     return *instance;
 }
 
-LogCore::LogCore()
-    : config_(ParseLogConfig(std::getenv("ARA_LOG_SINK"), std::getenv("ARA_LOG_LEVEL"), DLT_BUILT_IN)) {
+LogCore::LogCore() : config_(ParseLogConfig(std::getenv("ARA_LOG_SINK"), std::getenv("ARA_LOG_LEVEL"), DLT_BUILT_IN)) {
     for (const auto& complaint : config_.complaints) {
         WriteDiagnostic(complaint);
     }

@@ -1,5 +1,18 @@
 // The platform log library: one Log per context id, level streams that emit one record
 // each, rate limiting by log id, and the sinks the records go to.
+//
+// The sinks are chosen once per process, at the first use of the library, from the environment:
+//   ARA_LOG_SINK      comma list of console, dlt, none (default console). Unknown names are
+//                     ignored; if nothing usable remains, the console is used. Without DLT support
+//                     built in, "dlt" is reported and ignored the same way.
+//   ARA_LOG_LEVEL     fatal, error, warn, info, debug, verbose or off (default warn), for all sinks.
+//   ARA_LOG_APP_ID    DLT application id when InitLog gives none (default "EMCL").
+//   ARA_LOG_DLT_FILE  write DLT records to this file instead of sending them to a dlt-daemon.
+// Problems with these settings are reported once on standard error, as "ara log: ..." lines.
+// The console sink writes "<UTC time> [<context>] [<level>] <text>" lines to standard error.
+// DLT ids have at most four characters: longer ids are shortened ("CHECKER" -> "CHKR"), and the
+// description keeps the full name. A record emitted after the DLT registration was closed at
+// exit (from a static destructor, say) is dropped by the DLT sink; other sinks still take it.
 #ifndef ARA_QUILL_COMMON_LOG_LOG_H
 #define ARA_QUILL_COMMON_LOG_LOG_H
 
