@@ -116,8 +116,8 @@ private:
                                                          node_ ? node_->Child(i) : nullptr,
                                                          position_ + regionPosition + offset);
             const std::uint64_t size = member.GetSize();
-            if (size == SERIALIZE_SIZE_ERROR ||
-                !DeserializeSizeCounter::CheckAndDoStreamOffset(size + member.GetPadding(), offset, regionSize)) {
+            if (!DeserializeSizeCounter::CheckAndDoStreamOffset(
+                    size == SERIALIZE_SIZE_ERROR ? size : size + member.GetPadding(), offset, regionSize)) {
                 return SERIALIZE_SIZE_ERROR;
             }
             if (out != nullptr) {
@@ -127,7 +127,7 @@ private:
         const Deserializer<bool> flag(
             region + offset, regionSize - offset, memberConfig, node_ ? node_->Child(PROCESS_TEXT_MEMBERS) : nullptr);
         const std::uint64_t flagSize = flag.GetSize();
-        if (flagSize == SERIALIZE_SIZE_ERROR || !DeserializeSizeCounter::CheckAndDoStreamOffset(flagSize, offset, regionSize)) {
+        if (!DeserializeSizeCounter::CheckAndDoStreamOffset(flagSize, offset, regionSize)) {
             return SERIALIZE_SIZE_ERROR;
         }
         if (out != nullptr) {
