@@ -72,7 +72,7 @@ private:
     std::mutex mutex_;
     LogConfig config_;
     std::vector<CaptureBuffer*> captures_;
-    DltSink* dlt_{nullptr};
+    DltSink* dlt_{nullptr};  // owned; lives as long as the core, i.e. until the process ends
 };
 
 }  // namespace ara::quill::common::log::internal
