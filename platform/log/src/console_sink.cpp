@@ -3,8 +3,8 @@
 
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <ctime>
 
 #include "log_config.h"
@@ -36,14 +36,14 @@ void WriteConsoleRecord(const std::string& ctxId, LogLevel level, const std::str
         ::clock_gettime(CLOCK_REALTIME, &now);
         tm utc{};
         ::gmtime_r(&now.tv_sec, &utc);
-        char stamp[40];
-        const std::size_t stampLength = std::strftime(stamp, sizeof(stamp), "%Y-%m-%dT%H:%M:%S", &utc);
-        char micros[24];
-        std::snprintf(micros, sizeof(micros), ".%06ldZ", now.tv_nsec / 1000L);
+        std::array<char, 40> stamp{};
+        const std::size_t stampLength = std::strftime(stamp.data(), stamp.size(), "%Y-%m-%dT%H:%M:%S", &utc);
+        const std::string micros = std::to_string(1000000L + now.tv_nsec / 1000L);  // "1" and six digits
 
         std::string line;
         line.reserve(stampLength + ctxId.size() + text.size() + 32U);
-        line.append(stamp, stampLength).append(micros).append(" [").append(ctxId).append("] [");
+        line.append(stamp.data(), stampLength).append(".").append(micros, 1U, std::string::npos).append("Z [");
+        line.append(ctxId).append("] [");
         line.append(LevelName(level)).append("] ");
         for (const char c : text) {
             line.push_back(c == '\n' || c == '\r' ? ' ' : c);

@@ -51,13 +51,13 @@ bool DltSink::EnsureApplication(const std::string& appId) {
 
     std::string name = appId;
     if (name.empty()) {
-        const char* fromEnv = std::getenv("ARA_LOG_APP_ID");
+        const char* fromEnv = std::getenv("ARA_LOG_APP_ID");  // NOLINT(concurrency-mt-unsafe): under the core lock
         name = (fromEnv != nullptr && fromEnv[0] != '\0') ? fromEnv : DEFAULT_DLT_APP_ID;
     }
     const std::string id = ShortId(name, {});
 
     // File mode must be chosen before any other DLT call, which would connect to the daemon.
-    const char* file = std::getenv("ARA_LOG_DLT_FILE");
+    const char* file = std::getenv("ARA_LOG_DLT_FILE");  // NOLINT(concurrency-mt-unsafe): under the core lock
     if (file != nullptr && file[0] != '\0') {
         if (dlt_init_file(file) < DLT_RETURN_OK) {
             WriteDiagnostic(std::string("cannot open DLT file '") + file + "', DLT output disabled");

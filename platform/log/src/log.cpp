@@ -1,6 +1,7 @@
 // Log, LogStreamBuffer and CaptureSink: the public face of the log library.
 #include "ara/quill/common/log/log.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "log_core.h"
@@ -63,14 +64,14 @@ bool Log::IsValid() const noexcept {
 }
 
 LogStreamBuffer Log::Stream(LogLevel level) const {
-    return LogStreamBuffer(this, level, IsValid() && LogCore::Instance().Enabled(level));
+    return {this, level, IsValid() && LogCore::Instance().Enabled(level)};
 }
 
 LogStreamBuffer Log::Stream(LogLevel level, const std::string& logId, const LimitConfig& limit) const {
     // The level is checked first so that filtered records do not use up the allowance.
     LogCore& core = LogCore::Instance();
     const bool active = IsValid() && core.Enabled(level) && core.Admit(logId, limit);
-    return LogStreamBuffer(this, level, active);
+    return {this, level, active};
 }
 
 void Log::Emit(LogLevel level, const std::string& text) const {
@@ -142,12 +143,9 @@ std::vector<std::string> CaptureSink::Texts(const std::string& ctxId) const {
 }
 
 bool CaptureSink::Contains(const std::string& text) const {
-    for (const auto& record : impl_->buffer.Records()) {
-        if (record.text == text) {
-            return true;
-        }
-    }
-    return false;
+    const auto records = impl_->buffer.Records();
+    return std::any_of(
+        records.begin(), records.end(), [&text](const LogRecord& record) { return record.text == text; });
 }
 
 void CaptureSink::Clear() {

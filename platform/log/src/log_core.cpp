@@ -38,16 +38,18 @@ void CaptureBuffer::Clear() {
 
 LogCore& LogCore::Instance() {
     // Deliberately leaked: see the class comment.
-    static LogCore* const instance = new LogCore();
+    static auto* const instance = new LogCore();  // NOLINT(cppcoreguidelines-owning-memory): never freed
     return *instance;
 }
 
+// NOLINTNEXTLINE(concurrency-mt-unsafe): read once, under the guard of the instance's initialisation
 LogCore::LogCore() : config_(ParseLogConfig(std::getenv("ARA_LOG_SINK"), std::getenv("ARA_LOG_LEVEL"), DLT_BUILT_IN)) {
     for (const auto& complaint : config_.complaints) {
         WriteDiagnostic(complaint);
     }
 #ifdef ARA_LOG_WITH_DLT
     if ((config_.sinks & SINK_DLT) != 0U) {
+        // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): owned by the core, which is never freed
         dlt_ = new DltSink(config_.level, [] { Instance().ShutdownDlt(); });
     }
 #endif

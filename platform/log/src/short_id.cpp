@@ -40,11 +40,11 @@ std::string Squeeze(const std::string& name) {
 }  // namespace
 
 std::string ShortId(const std::string& name, const std::set<std::string>& taken) {
-    const std::string base = Squeeze(name);
+    std::string base = Squeeze(name);
     if (taken.count(base) == 0U) {
         return base;
     }
-    std::string stem = base.size() < SHORT_ID_LENGTH ? base : base.substr(0U, SHORT_ID_LENGTH - 1U);
+    const std::string stem = base.size() < SHORT_ID_LENGTH ? base : base.substr(0U, SHORT_ID_LENGTH - 1U);
     for (char digit = '1'; digit <= '9'; ++digit) {
         std::string candidate = stem + digit;
         if (taken.count(candidate) == 0U) {
