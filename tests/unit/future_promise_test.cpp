@@ -404,6 +404,22 @@ TEST(FutureThenTest, ThenOnAConsumedFutureRunsAtOnceWithNoState) {
     EXPECT_EQ(first.get().Value(), 3);
 }
 
+TEST(FutureThenTest, ContinuingTheHandedOverFutureInsideTheCallbackRunsAtOnce) {
+    Promise<int> promise;
+    Future<int> future = promise.get_future();
+    std::optional<int> inner;
+    Future<void> next = future.then([&inner](Future<int> completed) {
+        // The setter still holds this pair's locks here.
+        Future<int> nested = completed.then([](Future<int> f) { return f.get().Value() + 100; });
+        EXPECT_TRUE(nested.is_ready());
+        inner = nested.get().Value();
+    });
+    std::thread setter([&promise] { promise.set_value(1); });
+    setter.join();
+    EXPECT_EQ(inner, 101);
+    EXPECT_THAT(next.get(), IsOk());
+}
+
 TEST(FutureThenTest, ChainRunsEveryStepOnTheSettingThread) {
     Promise<int> promise;
     Future<int> future = promise.get_future();

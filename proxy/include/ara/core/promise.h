@@ -38,8 +38,9 @@ class Promise final {
 
 public:
     Promise();
-    /// A promise destroyed without a result breaks its future: it becomes ready with the
-    /// standard broken-promise error (read as kBrokenPromise), and its continuation runs.
+    /// A promise destroyed without a result breaks its future: it becomes ready with
+    /// kBrokenPromise (the Future-domain code of the standard broken-promise error), and its
+    /// continuation runs.
     ~Promise();
     Promise(const Promise&) = delete;
     Promise& operator=(const Promise&) = delete;

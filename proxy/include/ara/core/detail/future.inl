@@ -79,9 +79,10 @@ void Future<T, E>::Detach() noexcept {
     holder_.reset();
 }
 
-// The mapping of standard future errors to ErrorCodes is applied here, where the result is
-// read: every reader (the clients' waits and their result handlers, which receive the future)
-// then sees an ordinary error result, and no std::future_error leaves a read.
+// Standard future errors become ErrorCodes where the result is read: every reader (the
+// clients' waits and their result handlers, which receive the future) then sees an ordinary
+// error result, and no std::future_error leaves a read. ~Promise stores its broken-promise
+// error already mapped; what is left to map here is mainly a read without state.
 template <typename T, typename E>
 Result<T, E> Future<T, E>::get() {
     try {

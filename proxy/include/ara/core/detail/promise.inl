@@ -3,6 +3,8 @@
 #define ARA_CORE_DETAIL_PROMISE_INL
 
 #include <exception>
+#include <system_error>
+#include <type_traits>
 #include <thread>
 #include <utility>
 
@@ -71,9 +73,17 @@ void Promise<T, E>::Abandon() noexcept {
     if (satisfied_) {
         return;
     }
-    // What the standard promise would store on destruction, stored here so that the
-    // continuation can run and read it.
-    promise_.set_exception(std::make_exception_ptr(std::future_error(std::future_errc::broken_promise)));
+    // Stored here rather than left to the standard promise's destructor, so that the
+    // continuation can run and read it. The error is stored already mapped, the code get()
+    // would give for the standard exception: an exception object shared between the reading
+    // and the releasing thread is counted inside the uninstrumented C++ runtime, which the
+    // thread sanitizer reports as a race.
+    if constexpr (std::is_constructible_v<E, ErrorCode>) {
+        promise_.set_value(
+            ResultType(E(internal::MapFutureError(std::make_error_code(std::future_errc::broken_promise)))));
+    } else {
+        promise_.set_exception(std::make_exception_ptr(std::future_error(std::future_errc::broken_promise)));
+    }
     satisfied_ = true;
     holder_->setterThread = std::this_thread::get_id();
     task = std::move(holder_->continuation);
