@@ -75,8 +75,10 @@ TEST(LogCaptureTest, FilteredStreamDoesNoFormatting) {
     {
         CaptureSink capture;
         const auto log = Log::GetLog("PROBE");
-        log->warn("probe-id", LimitConfig{60000U, 1U}) << Probe{&formatted};
-        log->warn("probe-id", LimitConfig{60000U, 1U}) << Probe{&formatted};
+        static int round = 0;  // a fresh log id for each --gtest_repeat round
+        const std::string id = "probe-" + std::to_string(round++);
+        log->warn(id, LimitConfig{60000U, 1U}) << Probe{&formatted};
+        log->warn(id, LimitConfig{60000U, 1U}) << Probe{&formatted};
         Log::GetLog("")->error() << Probe{&formatted};
         EXPECT_EQ(capture.Texts(), std::vector<std::string>{"probe1"});
     }
