@@ -19,24 +19,28 @@ enum ExitCode : int {
     kExitWriteFailed = 6,
 };
 
+void Complain(const char* what, const std::string& path, const char* suffix = "") {
+    static_cast<void>(std::fprintf(stderr, "ara_crc32: %s %s%s\n", what, path.c_str(), suffix));
+}
+
 void PrintUsage(std::FILE* stream) {
-    static_cast<void>(std::fputs(
-        "Usage: ara_crc32 write <file>   write <file>.crc32 with the CRC-32 of <file>\n"
-        "       ara_crc32 check <file>   check <file> against <file>.crc32\n"
-        "       ara_crc32 --help\n"
-        "\n"
-        "The sidecar holds the CRC-32 (IEEE 802.3) of the file's exact bytes as 8 lowercase\n"
-        "hex digits and a line feed.\n"
-        "\n"
-        "Exit codes:\n"
-        "  0  written, or the file matches its sidecar\n"
-        "  1  the file does not match its sidecar\n"
-        "  2  usage error\n"
-        "  3  the file cannot be read\n"
-        "  4  the sidecar is missing\n"
-        "  5  the sidecar is malformed or unreadable\n"
-        "  6  the sidecar cannot be written\n",
-        stream));
+    static_cast<void>(
+        std::fputs("Usage: ara_crc32 write <file>   write <file>.crc32 with the CRC-32 of <file>\n"
+                   "       ara_crc32 check <file>   check <file> against <file>.crc32\n"
+                   "       ara_crc32 --help\n"
+                   "\n"
+                   "The sidecar holds the CRC-32 (IEEE 802.3) of the file's exact bytes as 8 lowercase\n"
+                   "hex digits and a line feed.\n"
+                   "\n"
+                   "Exit codes:\n"
+                   "  0  written, or the file matches its sidecar\n"
+                   "  1  the file does not match its sidecar\n"
+                   "  2  usage error\n"
+                   "  3  the file cannot be read\n"
+                   "  4  the sidecar is missing\n"
+                   "  5  the sidecar is malformed or unreadable\n"
+                   "  6  the sidecar cannot be written\n",
+                   stream));
 }
 
 int Write(const std::string& path) {
@@ -44,10 +48,10 @@ int Write(const std::string& path) {
         case json::CrcWrite::kWritten:
             return kExitOk;
         case json::CrcWrite::kFileUnreadable:
-            std::fprintf(stderr, "ara_crc32: cannot read %s\n", path.c_str());
+            Complain("cannot read", path);
             return kExitFileUnreadable;
         case json::CrcWrite::kWriteFailed:
-            std::fprintf(stderr, "ara_crc32: cannot write %s%s\n", path.c_str(), json::CRC_SIDECAR_SUFFIX);
+            Complain("cannot write", path, json::CRC_SIDECAR_SUFFIX);
             return kExitWriteFailed;
     }
     return kExitUsage;
@@ -58,17 +62,16 @@ int Check(const std::string& path) {
         case json::CrcCheck::kMatch:
             return kExitOk;
         case json::CrcCheck::kMismatch:
-            std::fprintf(stderr, "ara_crc32: %s does not match its sidecar\n", path.c_str());
+            Complain("sidecar does not match", path);
             return kExitMismatch;
         case json::CrcCheck::kFileUnreadable:
-            std::fprintf(stderr, "ara_crc32: cannot read %s\n", path.c_str());
+            Complain("cannot read", path);
             return kExitFileUnreadable;
         case json::CrcCheck::kSidecarMissing:
-            std::fprintf(stderr, "ara_crc32: %s%s is missing\n", path.c_str(), json::CRC_SIDECAR_SUFFIX);
+            Complain("missing sidecar", path, json::CRC_SIDECAR_SUFFIX);
             return kExitSidecarMissing;
         case json::CrcCheck::kSidecarMalformed:
-            std::fprintf(stderr, "ara_crc32: %s%s is malformed or unreadable\n", path.c_str(),
-                         json::CRC_SIDECAR_SUFFIX);
+            Complain("malformed or unreadable sidecar", path, json::CRC_SIDECAR_SUFFIX);
             return kExitSidecarMalformed;
     }
     return kExitUsage;

@@ -19,8 +19,14 @@ using Set = std::set<std::string>;
 
 TEST(FileSystemTest, BuildPathAndGetName) {
     const std::tuple<const char*, const char*, const char*> joins[] = {
-        {"/a/", "b", "/a/b"}, {"/a", "b", "/a/b"}, {"/a/", ".", "/a"}, {"/a//", "b", "/a//b"},
-        {"/", ".", ""},       {"", "b", "/b"},     {"", ".", ""},      {"/a", "", "/a/"},
+        {"/a/", "b", "/a/b"},
+        {"/a", "b", "/a/b"},
+        {"/a/", ".", "/a"},
+        {"/a//", "b", "/a//b"},
+        {"/", ".", ""},
+        {"", "b", "/b"},
+        {"", ".", ""},
+        {"/a", "", "/a/"},
     };
     for (const auto& [dir, name, expected] : joins) {
         EXPECT_EQ(FileSystem::BuildPath(dir, name), expected) << dir << " + " << name;
@@ -61,9 +67,12 @@ protected:
 
 TEST_F(FileSystemFilesTest, ResolutionFollowsLinksAndRefusesForbiddenPaths) {
     const std::pair<std::string, std::pair<std::string, bool>> cases[] = {
-        {dir_ / "link_to_file", {real_ + "/file", true}},  {dir_ / "sub/../file", {real_ + "/file", true}},
-        {dir_ / "link_to_sub/", {real_ + "/sub", true}},   {dir_ / "missing", {"FAKE_PATH", false}},
-        {dir_ / "dangling", {"FAKE_PATH", false}},         {dir_ / "file/inside", {"FAKE_PATH", false}},
+        {dir_ / "link_to_file", {real_ + "/file", true}},
+        {dir_ / "sub/../file", {real_ + "/file", true}},
+        {dir_ / "link_to_sub/", {real_ + "/sub", true}},
+        {dir_ / "missing", {"FAKE_PATH", false}},
+        {dir_ / "dangling", {"FAKE_PATH", false}},
+        {dir_ / "file/inside", {"FAKE_PATH", false}},
     };
     for (const auto& [path, expected] : cases) {
         EXPECT_EQ(FileSystem::GetCanonicalPath(path), expected) << path;
@@ -80,10 +89,14 @@ TEST_F(FileSystemFilesTest, ResolutionFollowsLinksAndRefusesForbiddenPaths) {
 TEST_F(FileSystemFilesTest, AccessTestsFollowLinks) {
     // path, accessible, folder, executable
     const std::tuple<std::string, bool, bool, bool> cases[] = {
-        {dir_ / "file", true, false, false},      {dir_ / "exe", true, false, true},
-        {dir_ / "sub", true, true, true},         {dir_ / "link_to_file", true, false, false},
-        {dir_ / "link_to_sub", true, true, true}, {dir_ / "dangling", false, false, false},
-        {dir_ / "missing", false, false, false},  {dir_ / "file/inside", false, false, false},
+        {dir_ / "file", true, false, false},
+        {dir_ / "exe", true, false, true},
+        {dir_ / "sub", true, true, true},
+        {dir_ / "link_to_file", true, false, false},
+        {dir_ / "link_to_sub", true, true, true},
+        {dir_ / "dangling", false, false, false},
+        {dir_ / "missing", false, false, false},
+        {dir_ / "file/inside", false, false, false},
     };
     for (const auto& [path, accessible, folder, executable] : cases) {
         EXPECT_EQ(FileSystem::IsAccessable(path), accessible) << path;
@@ -100,12 +113,12 @@ TEST_F(FileSystemFilesTest, MissingPathTestsTheFakePathEntryOfTheCurrentDirector
     const std::string missing = dir_ / "missing";
     const bool before = FileSystem::IsAccessable(missing);
     ASSERT_EQ(::mkdir("FAKE_PATH", 0755), 0);
-    const bool folder[] = {FileSystem::IsAccessable(missing), FileSystem::IsFolder(missing),
-                           FileSystem::IsExecutable(missing)};
+    const bool folder[] = {
+        FileSystem::IsAccessable(missing), FileSystem::IsFolder(missing), FileSystem::IsExecutable(missing)};
     ASSERT_EQ(::rmdir("FAKE_PATH"), 0);
     dir_.Write("FAKE_PATH", "x");
-    const bool file[] = {FileSystem::IsAccessable(missing), FileSystem::IsFolder(missing),
-                         FileSystem::IsExecutable(missing)};
+    const bool file[] = {
+        FileSystem::IsAccessable(missing), FileSystem::IsFolder(missing), FileSystem::IsExecutable(missing)};
     ASSERT_EQ(::chdir(cwd), 0);
     EXPECT_FALSE(before);
     EXPECT_TRUE(folder[0] && folder[1] && folder[2]);

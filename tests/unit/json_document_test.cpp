@@ -1,6 +1,4 @@
 // The JSON document: result codes for bad files, limits, CRC sidecars, total accessors.
-#include "ara/quill/common/jsonParser/document.h"
-
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,6 +8,7 @@
 #include <string>
 
 #include "ara/quill/common/jsonParser/crc_sidecar.h"
+#include "ara/quill/common/jsonParser/document.h"
 #include "ara/quill/common/log/log.h"
 #include "ara_test/temp_dir.h"
 #include "rapidjson_config.h"
@@ -91,8 +90,8 @@ TEST_F(JsonDocumentTest, SyntaxErrorNamesLineAndColumnAndIsLogged) {
     ASSERT_EQ(document.Parse(path, CrcVerification::kNot), json::PARSE_SYNTAX_ERROR);
     EXPECT_THAT(document.GetParseError(), ::testing::StartsWith("line 3, column 2: "));
     EXPECT_THAT(capture_.Texts("JSON"),
-                ::testing::ElementsAre("[Document][Parse failed][path=" + path + "][result=5][error=" +
-                                       document.GetParseError() + "]"));
+                ::testing::ElementsAre("[Document][Parse failed][path=" + path +
+                                       "][result=5][error=" + document.GetParseError() + "]"));
 }
 
 TEST_F(JsonDocumentTest, AccessorsAreTotal) {
@@ -133,10 +132,18 @@ TEST(CrcSidecarTest, Crc32AndItsText) {
     EXPECT_EQ(json::FormatCrc32(0x0000ABCDU), "0000abcd");
 
     const std::pair<std::string, std::optional<std::uint32_t>> texts[] = {
-        {"0000abcd", 0xABCDU},   {"0000abcd\n", 0xABCDU}, {"ffffffff", 0xFFFFFFFFU},
-        {"0000ABCD", {}},        {"0000abc", {}},         {"0000abcd0", {}},
-        {"0000abcd\n\n", {}},    {"0000abcd\r\n", {}},    {" 000abcd", {}},
-        {"0000abcg", {}},        {"", {}},                {"0x00abcd", {}},
+        {"0000abcd", 0xABCDU},
+        {"0000abcd\n", 0xABCDU},
+        {"ffffffff", 0xFFFFFFFFU},
+        {"0000ABCD", {}},
+        {"0000abc", {}},
+        {"0000abcd0", {}},
+        {"0000abcd\n\n", {}},
+        {"0000abcd\r\n", {}},
+        {" 000abcd", {}},
+        {"0000abcg", {}},
+        {"", {}},
+        {"0x00abcd", {}},
     };
     for (const auto& [text, expected] : texts) {
         std::uint32_t crc = 7U;

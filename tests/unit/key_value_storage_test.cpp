@@ -240,18 +240,29 @@ TEST_F(JsonKeyValueStorageTest, CrcVerificationMatrix) {
         bool loads;
     };
     const Case cases[] = {
-        {"strong", Sidecar::kMissing, false}, {"strong", Sidecar::kMatching, true}, {"strong", Sidecar::kWrong, false},
-        {"strong", Sidecar::kMalformed, false}, {"weak", Sidecar::kMissing, true},  {"weak", Sidecar::kMatching, true},
-        {"weak", Sidecar::kWrong, false},     {"weak", Sidecar::kMalformed, false}, {"not", Sidecar::kMissing, true},
-        {"not", Sidecar::kWrong, true},       {"not", Sidecar::kMalformed, true},
+        {"strong", Sidecar::kMissing, false},
+        {"strong", Sidecar::kMatching, true},
+        {"strong", Sidecar::kWrong, false},
+        {"strong", Sidecar::kMalformed, false},
+        {"weak", Sidecar::kMissing, true},
+        {"weak", Sidecar::kMatching, true},
+        {"weak", Sidecar::kWrong, false},
+        {"weak", Sidecar::kMalformed, false},
+        {"not", Sidecar::kMissing, true},
+        {"not", Sidecar::kWrong, true},
+        {"not", Sidecar::kMalformed, true},
         // Unknown texts mean weak.
-        {"Strong", Sidecar::kMissing, true},  {"Strong", Sidecar::kMatching, true}, {"Strong", Sidecar::kWrong, false},
+        {"Strong", Sidecar::kMissing, true},
+        {"Strong", Sidecar::kMatching, true},
+        {"Strong", Sidecar::kWrong, false},
         {"", Sidecar::kWrong, false},
     };
     const std::string path = WriteJson("c.json", R"({"key": "k", "value": 1})");
     const std::uint32_t crc = ara::quill::common::jsonParser::Crc32(ara_test::TempDir::Read(path));
-    const std::string sidecars[] = {"", ara::quill::common::jsonParser::FormatCrc32(crc) + "\n",
-                                    ara::quill::common::jsonParser::FormatCrc32(crc + 1U), "not a crc"};
+    const std::string sidecars[] = {"",
+                                    ara::quill::common::jsonParser::FormatCrc32(crc) + "\n",
+                                    ara::quill::common::jsonParser::FormatCrc32(crc + 1U),
+                                    "not a crc"};
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(c.intensity) + " sidecar " + std::to_string(static_cast<int>(c.sidecar)));
         static_cast<void>(::unlink((path + ".crc32").c_str()));
@@ -291,7 +302,11 @@ TEST_F(JsonKeyValueStorageTest, BadFilesGiveFalseAndLeaveTheOutputAlone) {
         {"fifo", dir_ / "fifo.json"},
         {"oversized", big},
         {"truncated", WriteJson("truncated.json", std::string(MANIFEST).substr(0, 120))},
-        {"not json", WriteJson("binary.json", std::string("\x7f" "ELF\x02\x01\x01\0\0\0", 10))},
+        {"not json",
+         WriteJson("binary.json",
+                   std::string("\x7f"
+                               "ELF\x02\x01\x01\0\0\0",
+                               10))},
         {"number too big", WriteJson("huge.json", "[1e400]")},
         {"bad utf-8", WriteJson("utf8.json", "[\"\xc3\x28\"]")},
         {"deep nesting", WriteJson("deep.json", deep)},
@@ -324,7 +339,8 @@ TEST_F(JsonKeyValueStorageTest, LargeDocumentLoadsCompletely) {
     text += "]}";
     ASSERT_LT(text.size(), Document::MAX_FILE_SIZE);
     const std::string path = WriteJson("big.json", text);
-    ASSERT_EQ(ara::quill::common::jsonParser::WriteCrcSidecar(path), ara::quill::common::jsonParser::CrcWrite::kWritten);
+    ASSERT_EQ(ara::quill::common::jsonParser::WriteCrcSidecar(path),
+              ara::quill::common::jsonParser::CrcWrite::kWritten);
 
     KeyValueStorage root;
     ASSERT_TRUE(JsonKeyValueStorage::LoadFromJson(path, root, "strong"));

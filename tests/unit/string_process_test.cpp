@@ -19,8 +19,13 @@ namespace detail = tarn::em::util::detail;
 
 TEST(StringProcessTest, ParseEnvFromStringSplitsAtTheFirstEquals) {
     const std::tuple<const char*, bool, const char*, const char*> cases[] = {
-        {"a=b", true, "a", "b"}, {"a=", true, "a", ""}, {"a=b=c", true, "a", "b=c"}, {" a =", true, " a ", ""},
-        {"=b", false, "o", "o"}, {"ab", false, "o", "o"}, {"", false, "o", "o"},
+        {"a=b", true, "a", "b"},
+        {"a=", true, "a", ""},
+        {"a=b=c", true, "a", "b=c"},
+        {" a =", true, " a ", ""},
+        {"=b", false, "o", "o"},
+        {"ab", false, "o", "o"},
+        {"", false, "o", "o"},
     };
     for (const auto& [text, ok, name, value] : cases) {
         std::pair<std::string, std::string> env{"o", "o"};
@@ -124,7 +129,8 @@ TEST_F(StringProcessAllocationTest, EntryDuplicationFailureStopsAndFreesEverythi
         EXPECT_EQ(calls, failing + 1) << "no duplication after the failing entry";
         EXPECT_THAT(capture_.Texts("EM"),
                     ::testing::ElementsAre("[StringProcess][Malloc inner data failed when transfer vector string to "
-                                           "C][i=" + std::to_string(failing) + "]"));
+                                           "C][i=" +
+                                           std::to_string(failing) + "]"));
     }
 }
 

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -87,19 +88,18 @@ std::set<std::string> FileSystem::Find(const std::string& dir, unsigned int type
     return found;
 }
 
-std::set<std::string> FileSystem::GetFiles(const std::string& dir) { return Find(dir, DT_REG); }
+std::set<std::string> FileSystem::GetFiles(const std::string& dir) {
+    return Find(dir, DT_REG);
+}
 
-std::set<std::string> FileSystem::GetDirectories(const std::string& dir) { return Find(dir, DT_DIR); }
+std::set<std::string> FileSystem::GetDirectories(const std::string& dir) {
+    return Find(dir, DT_DIR);
+}
 
 bool FileSystem::CheckPathForSecurity(const std::string& path) {
     const std::set<char> forbidden{'|', ';', '&', '$', '<', '>', '`', '\\', '\'', '~', '"',
-                                   '{', '}', '(', ')', '[', ']', '*', '?', '!', '\n'};
-    for (const char c : path) {
-        if (forbidden.count(c) != 0U) {
-            return false;
-        }
-    }
-    return true;
+                                   '{', '}', '(', ')', '[', ']', '*', '?',  '!',  '\n'};
+    return std::none_of(path.begin(), path.end(), [&forbidden](char c) { return forbidden.count(c) != 0U; });
 }
 
 bool FileSystem::CheckAndGetRealpath(const std::string& path, std::string& realPath) {

@@ -31,9 +31,9 @@ CrcVerification VerificationOf(const std::string& intensity) {
 
 }  // namespace
 
-// The recursion below is bounded: the parser refuses documents nested deeper than
-// Document::MAX_DEPTH.
-void SetValue(const Document& document, KeyValueStorage& kvs) {
+// The recursion of the three functions below is bounded: the parser refuses documents
+// nested deeper than Document::MAX_DEPTH.
+void SetValue(const Document& document, KeyValueStorage& kvs) {  // NOLINT(misc-no-recursion)
     if (document.IsObject()) {
         KeyValueStorage entry;
         DocToKvsForObject(document, entry);
@@ -61,7 +61,7 @@ void SetValue(const Document& document, KeyValueStorage& kvs) {
     }
 }
 
-void DocToKvsForObject(const Document& document, KeyValueStorage& kvs) {
+void DocToKvsForObject(const Document& document, KeyValueStorage& kvs) {  // NOLINT(misc-no-recursion)
     if (!document.HasMember(ENTRY_KEY) || !document.HasMember(ENTRY_VALUE)) {
         return;
     }
@@ -73,11 +73,11 @@ void DocToKvsForObject(const Document& document, KeyValueStorage& kvs) {
     SetValue(document.Member(ENTRY_VALUE), kvs);
 }
 
-void DocToKvsForArray(const Document& document, std::vector<KeyValueStorage>& kvs) {
-    const std::size_t size = document.Size();
+void DocToKvsForArray(const Document& document, std::vector<KeyValueStorage>& kvs) {  // NOLINT(misc-no-recursion)
     if (!document.IsArray()) {
         return;
     }
+    const std::size_t size = document.Size();
     kvs.reserve(kvs.size() + size);
     for (std::size_t i = 0U; i < size; ++i) {
         const Document element = document.Element(i);

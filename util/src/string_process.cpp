@@ -1,12 +1,11 @@
 // StringProcess and the clock readings.
 #include "tarn/em/util/string_process.h"
 
-#include <time.h>
-
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "c_allocation.h"
 #include "util_log.h"
@@ -27,7 +26,8 @@ std::atomic<DuplicateFunction>& CDuplicate() noexcept {
 
 }  // namespace detail
 
-bool StringProcess::TransferVectorStringToC(const std::vector<std::string>& strings, char**& data,
+bool StringProcess::TransferVectorStringToC(const std::vector<std::string>& strings,
+                                            char**& data,
                                             unsigned int& count) {
     if (strings.empty()) {
         data = nullptr;
@@ -71,10 +71,12 @@ void StringProcess::FreeDataInCString(char**& data, const unsigned int& count) {
         return;
     }
     for (unsigned int i = 0U; i < count; ++i) {
-        std::free(data[i]);  // NOLINT(cppcoreguidelines-no-malloc): allocated with strdup
+        // NOLINTNEXTLINE(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory): from strdup
+        std::free(data[i]);
         data[i] = nullptr;
     }
-    std::free(static_cast<void*>(data));  // NOLINT(cppcoreguidelines-no-malloc): allocated with malloc
+    // NOLINTNEXTLINE(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory): from malloc
+    std::free(static_cast<void*>(data));
     data = nullptr;
 }
 
@@ -135,8 +137,8 @@ timespec ReadClock(int clockId) noexcept {
 
 std::uint64_t GetCurrentTimeUs(int clockId) {
     const timespec reading = ReadClock(clockId);
-    const auto nanoseconds = static_cast<std::uint64_t>(reading.tv_sec) * 1000000000ULL +
-                             static_cast<std::uint64_t>(reading.tv_nsec);
+    const auto nanoseconds =
+        static_cast<std::uint64_t>(reading.tv_sec) * 1000000000ULL + static_cast<std::uint64_t>(reading.tv_nsec);
     return nanoseconds / 1000U;
 }
 

@@ -19,8 +19,12 @@ namespace {
 std::atomic<std::uint64_t> assertionCount{0U};
 }  // namespace
 
-void NoteRapidJsonAssertion() noexcept { assertionCount.fetch_add(1U, std::memory_order_relaxed); }
-std::uint64_t RapidJsonAssertionCount() noexcept { return assertionCount.load(std::memory_order_relaxed); }
+void NoteRapidJsonAssertion() noexcept {
+    assertionCount.fetch_add(1U, std::memory_order_relaxed);
+}
+std::uint64_t RapidJsonAssertionCount() noexcept {
+    return assertionCount.load(std::memory_order_relaxed);
+}
 
 }  // namespace detail
 
@@ -37,7 +41,9 @@ namespace {
 
 using JsonValue = rapidjson::Value;
 
-const JsonValue* AsValue(const void* value) noexcept { return static_cast<const JsonValue*>(value); }
+const JsonValue* AsValue(const void* value) noexcept {
+    return static_cast<const JsonValue*>(value);
+}
 
 // Depth of the deepest array or object, walked without recursion; stops counting once
 // `limit` is passed.
@@ -128,7 +134,8 @@ std::int32_t Document::Fail(std::int32_t result, const std::string& path, std::s
 std::int32_t Document::Parse(const std::string& path, CrcVerification verification) {
     if (verification != CrcVerification::kNot && verification != CrcVerification::kWeak &&
         verification != CrcVerification::kStrong) {
-        return Fail(PARSE_INVALID_VERIFICATION, path,
+        return Fail(PARSE_INVALID_VERIFICATION,
+                    path,
                     "unknown verification " + std::to_string(static_cast<std::int32_t>(verification)));
     }
     std::string text;
@@ -152,13 +159,16 @@ std::int32_t Document::Parse(const std::string& path, CrcVerification verificati
     return ParseBuffer(path, text);
 }
 
-std::int32_t Document::ParseText(const std::string& text) { return ParseBuffer("<text>", text); }
+std::int32_t Document::ParseText(const std::string& text) {
+    return ParseBuffer("<text>", text);
+}
 
 std::int32_t Document::ParseBuffer(const std::string& path, const std::string& text) {
     auto tree = std::make_shared<Tree>();
     tree->root.Parse<PARSE_FLAGS>(text.data(), text.size());
     if (tree->root.HasParseError()) {
-        return Fail(PARSE_SYNTAX_ERROR, path,
+        return Fail(PARSE_SYNTAX_ERROR,
+                    path,
                     Position(text, tree->root.GetErrorOffset()) + ": " +
                         rapidjson::GetParseError_En(tree->root.GetParseError()));
     }
@@ -172,33 +182,71 @@ std::int32_t Document::ParseBuffer(const std::string& path, const std::string& t
     return PARSE_SUCCESS;
 }
 
-bool Document::HasParseError() const noexcept { return result_ != 0 && result_ != PARSE_SUCCESS; }
-const std::string& Document::GetParseError() const noexcept { return error_; }
+bool Document::HasParseError() const noexcept {
+    return result_ != 0 && result_ != PARSE_SUCCESS;
+}
+const std::string& Document::GetParseError() const noexcept {
+    return error_;
+}
 
-bool Document::IsNull() const noexcept { return value_ == nullptr || AsValue(value_)->IsNull(); }
-bool Document::IsBool() const noexcept { return value_ != nullptr && AsValue(value_)->IsBool(); }
-bool Document::IsObject() const noexcept { return value_ != nullptr && AsValue(value_)->IsObject(); }
-bool Document::IsArray() const noexcept { return value_ != nullptr && AsValue(value_)->IsArray(); }
-bool Document::IsString() const noexcept { return value_ != nullptr && AsValue(value_)->IsString(); }
-bool Document::IsNumber() const noexcept { return value_ != nullptr && AsValue(value_)->IsNumber(); }
-bool Document::IsUint() const noexcept { return value_ != nullptr && AsValue(value_)->IsUint(); }
-bool Document::IsInt() const noexcept { return value_ != nullptr && AsValue(value_)->IsInt(); }
-bool Document::IsUint64() const noexcept { return value_ != nullptr && AsValue(value_)->IsUint64(); }
-bool Document::IsInt64() const noexcept { return value_ != nullptr && AsValue(value_)->IsInt64(); }
-bool Document::IsDouble() const noexcept { return value_ != nullptr && AsValue(value_)->IsDouble(); }
+bool Document::IsNull() const noexcept {
+    return value_ == nullptr || AsValue(value_)->IsNull();
+}
+bool Document::IsBool() const noexcept {
+    return value_ != nullptr && AsValue(value_)->IsBool();
+}
+bool Document::IsObject() const noexcept {
+    return value_ != nullptr && AsValue(value_)->IsObject();
+}
+bool Document::IsArray() const noexcept {
+    return value_ != nullptr && AsValue(value_)->IsArray();
+}
+bool Document::IsString() const noexcept {
+    return value_ != nullptr && AsValue(value_)->IsString();
+}
+bool Document::IsNumber() const noexcept {
+    return value_ != nullptr && AsValue(value_)->IsNumber();
+}
+bool Document::IsUint() const noexcept {
+    return value_ != nullptr && AsValue(value_)->IsUint();
+}
+bool Document::IsInt() const noexcept {
+    return value_ != nullptr && AsValue(value_)->IsInt();
+}
+bool Document::IsUint64() const noexcept {
+    return value_ != nullptr && AsValue(value_)->IsUint64();
+}
+bool Document::IsInt64() const noexcept {
+    return value_ != nullptr && AsValue(value_)->IsInt64();
+}
+bool Document::IsDouble() const noexcept {
+    return value_ != nullptr && AsValue(value_)->IsDouble();
+}
 
-bool Document::GetBool() const noexcept { return IsBool() && AsValue(value_)->GetBool(); }
+bool Document::GetBool() const noexcept {
+    return IsBool() && AsValue(value_)->GetBool();
+}
 std::string Document::GetString() const {
     if (!IsString()) {
         return {};
     }
     return std::string(AsValue(value_)->GetString(), AsValue(value_)->GetStringLength());
 }
-std::uint32_t Document::GetUint() const noexcept { return IsUint() ? AsValue(value_)->GetUint() : 0U; }
-std::int32_t Document::GetInt() const noexcept { return IsInt() ? AsValue(value_)->GetInt() : 0; }
-std::uint64_t Document::GetUint64() const noexcept { return IsUint64() ? AsValue(value_)->GetUint64() : 0U; }
-std::int64_t Document::GetInt64() const noexcept { return IsInt64() ? AsValue(value_)->GetInt64() : 0; }
-double Document::GetDouble() const noexcept { return IsNumber() ? AsValue(value_)->GetDouble() : 0.0; }
+std::uint32_t Document::GetUint() const noexcept {
+    return IsUint() ? AsValue(value_)->GetUint() : 0U;
+}
+std::int32_t Document::GetInt() const noexcept {
+    return IsInt() ? AsValue(value_)->GetInt() : 0;
+}
+std::uint64_t Document::GetUint64() const noexcept {
+    return IsUint64() ? AsValue(value_)->GetUint64() : 0U;
+}
+std::int64_t Document::GetInt64() const noexcept {
+    return IsInt64() ? AsValue(value_)->GetInt64() : 0;
+}
+double Document::GetDouble() const noexcept {
+    return IsNumber() ? AsValue(value_)->GetDouble() : 0.0;
+}
 
 bool Document::HasMember(const std::string& name) const noexcept {
     if (!IsObject()) {

@@ -21,6 +21,8 @@ public:
     }
     FdGuard(const FdGuard&) = delete;
     FdGuard& operator=(const FdGuard&) = delete;
+    FdGuard(FdGuard&&) = delete;
+    FdGuard& operator=(FdGuard&&) = delete;
     int Get() const noexcept { return fd_; }
 
 private:

@@ -92,9 +92,9 @@ private:
 template <class T>
 void KeyValueStorage::SetValue(const T& value) {
     static_assert(std::is_same_v<T, bool> || std::is_same_v<T, std::nullptr_t> || std::is_same_v<T, std::string> ||
-                      std::is_same_v<T, unsigned int> || std::is_same_v<T, int> ||
-                      std::is_same_v<T, unsigned long> || std::is_same_v<T, long> || std::is_same_v<T, double> ||
-                      std::is_same_v<T, List> || std::is_same_v<T, KeyValueStorage>,
+                      std::is_same_v<T, unsigned int> || std::is_same_v<T, int> || std::is_same_v<T, unsigned long> ||
+                      std::is_same_v<T, long> || std::is_same_v<T, double> || std::is_same_v<T, List> ||
+                      std::is_same_v<T, KeyValueStorage>,
                   "KeyValueStorage stores bool, nullptr_t, std::string, unsigned int, int, unsigned long, long, "
                   "double, std::vector<KeyValueStorage> or KeyValueStorage");
     // Make the new value before touching this object: `value` may live inside the old one.
