@@ -123,6 +123,11 @@ TEST_F(JsonDocumentTest, AccessorsAreTotal) {
     EXPECT_FALSE(document.HasParseError());
     EXPECT_TRUE(document.GetParseError().empty());
     EXPECT_FALSE(Document().HasParseError());
+
+    Document moved = std::move(document);
+    EXPECT_TRUE(moved.IsObject());
+    EXPECT_TRUE(document.IsNull());  // NOLINT(bugprone-use-after-move): a moved-from document is null
+    EXPECT_EQ(document.Size(), 0U);
 }
 
 TEST(CrcSidecarTest, Crc32AndItsText) {

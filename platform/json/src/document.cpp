@@ -118,8 +118,22 @@ Document::Document(std::shared_ptr<const Tree> tree, const void* value) noexcept
 Document::~Document() = default;
 Document::Document(const Document&) noexcept = default;
 Document& Document::operator=(const Document&) noexcept = default;
-Document::Document(Document&&) noexcept = default;
-Document& Document::operator=(Document&&) noexcept = default;
+// A moved-from document is null: its node pointer must not outlive the tree it gave away.
+Document::Document(Document&& other) noexcept
+    : tree_(std::move(other.tree_)),
+      value_(std::exchange(other.value_, nullptr)),
+      result_(std::exchange(other.result_, 0)),
+      error_(std::move(other.error_)) {}
+Document& Document::operator=(Document&& other) noexcept {
+    if (this != &other) {
+        tree_ = std::move(other.tree_);
+        value_ = std::exchange(other.value_, nullptr);
+        result_ = std::exchange(other.result_, 0);
+        error_ = std::move(other.error_);
+        other.error_.clear();
+    }
+    return *this;
+}
 
 std::int32_t Document::Fail(std::int32_t result, const std::string& path, std::string error) {
     tree_.reset();
