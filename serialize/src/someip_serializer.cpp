@@ -184,9 +184,19 @@ std::uint64_t Serializer<ara::exec::Process>::Layout(unsigned char* buffer) {
         if (tlv && !(child && child->HasDataId())) {
             return SERIALIZE_SIZE_ERROR;
         }
+        std::shared_ptr<SerializationNode> memberNode = child;
+        if (tlv) {
+            // The decoder reads a static TLV length field with the TLV size of the member.
+            const std::uint8_t tlvSize = child->tlvLengthFieldSize;
+            if (!child->dynamicLengthField && tlvSize != 1U && tlvSize != 2U && tlvSize != 4U) {
+                return SERIALIZE_SIZE_ERROR;
+            }
+            memberNode = std::make_shared<SerializationNode>(*child);
+            memberNode->stringLengthFieldSize = child->tlvLengthFieldSize;
+        }
         const std::uint64_t tagSize = tlv ? 2U : 0U;
         Serializer<ara::core::String> member(
-            *texts[i], memberConfig, child, Remaining(room_, offset + tagSize), position_ + offset + tagSize);
+            *texts[i], memberConfig, memberNode, Remaining(room_, offset + tagSize), position_ + offset + tagSize);
         member.SetNoPadding(child && child->skipPadding);
         const std::uint64_t size = member.GetSize();
         if (size == SERIALIZE_SIZE_ERROR) {
@@ -195,7 +205,7 @@ std::uint64_t Serializer<ara::exec::Process>::Layout(unsigned char* buffer) {
         if (tlv && buffer != nullptr) {
             const std::uint16_t tag = TlvSerializeHelper::LengthDelimitedTag(
                 child->dataId, child->dynamicLengthField, member.ChosenLengthFieldSize());
-            WriteTag(buffer + position_ + offset, Remaining(room_, offset), tag, child->byteOrder);
+            WriteTag(buffer + position_ + offset, Remaining(room_, offset), tag, node_->byteOrder);
         }
         offset += tagSize;
         if (buffer != nullptr) {
@@ -212,7 +222,7 @@ std::uint64_t Serializer<ara::exec::Process>::Layout(unsigned char* buffer) {
             WriteTag(buffer + position_ + offset,
                      Remaining(room_, offset),
                      TlvSerializeHelper::FixedSizeTag(flagNode->dataId, 1U),
-                     flagNode->byteOrder);
+                     node_->byteOrder);
         }
         offset += 2U;
     }

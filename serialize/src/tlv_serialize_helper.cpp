@@ -118,6 +118,11 @@ DataIdTable TlvSerializeHelper::RecordDataId(ByteOrder order,
         table.entries.emplace(dataId, params);
         pos = offset + params.size;
     }
+    if (pos == SERIALIZE_SIZE_ERROR) {
+        // A last member whose declared length ends exactly at the error mark: report it as
+        // malformed, so that a table with entries never carries the mark.
+        return Malformed();
+    }
     table.consumedSize = pos;
     return table;
 }

@@ -162,6 +162,8 @@ TEST(TlvRecordDataIdTest, IndexesMembersOrRefusesTheStream) {
          19U,
          {{1U, 2U, 17U, 1U}},
          nullptr},
+        {"declared length ending on the error mark is malformed", BE, 4U,
+         {0x70, 0x01, 0xFF, 0xFF, 0xFF, 0xF9}, SERIALIZE_SIZE_ERROR, {}, nullptr},
         {"fixed value past the end", BE, 4U, {0x30, 0x01, 0x01}, 10U, {{1U, 2U, 8U, 0U}}, nullptr},
         {"maximal 4-byte length", BE, 4U, {0x70, 0x01, 0xFF, 0xFF, 0xFF, 0xFF}, 6U + 0xFFFFFFFFULL,
          {{1U, 2U, 4U + 0xFFFFFFFFULL, 4U}}, nullptr},

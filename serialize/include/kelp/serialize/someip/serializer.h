@@ -130,8 +130,10 @@ private:
 };
 
 /// `ara::exec::Process` (server side): optional structure length field, then the four
-/// strings and the flag, each with the member configuration and its child node; with the
-/// node's `isTlv` set each member carries its tag.
+/// strings and the flag, each with the member configuration and its child node. With the
+/// node's `isTlv` set each member carries its tag, written in the structure node's byte
+/// order, and a static length field takes the member's `tlvLengthFieldSize`, as the decoder
+/// reads it; a member without data id cannot be encoded then.
 template <>
 class ARA_EXPORT Serializer<ara::exec::Process> : public SerializerBase {
 public:
