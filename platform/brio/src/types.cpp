@@ -4,6 +4,7 @@
 #include "kelp/brio/api/types/entity_info.h"
 #include "kelp/brio/api/types/method_msg.h"
 #include "kelp/brio/driver/method_handler.h"
+#include "kelp/brio/method_proxy.h"
 
 namespace kelp::brio::api::types {
 
@@ -51,3 +52,7 @@ std::string MethodInfo::GetMethodUUIDInfo() const {
 namespace kelp::brio::driver {
 MethodHandler::~MethodHandler() = default;
 }  // namespace kelp::brio::driver
+
+namespace kelp::brio {
+MethodProxy::~MethodProxy() = default;
+}  // namespace kelp::brio

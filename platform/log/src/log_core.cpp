@@ -110,9 +110,12 @@ void LogCore::Dispatch(const std::string& ctxId, LogLevel level, const std::stri
 }
 
 void LogCore::PushCapture(CaptureBuffer* capture) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    captures_.push_back(capture);
-    UpdateThreshold();
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        captures_.push_back(capture);
+        UpdateThreshold();
+    }
+    limiter_.Reset();
 }
 
 void LogCore::RemoveCapture(CaptureBuffer* capture) {

@@ -50,6 +50,7 @@ public:
     void Dispatch(const std::string& ctxId, LogLevel level, const std::string& text);
 
     /// The newest installed capture receives every record, and no configured sink does.
+    /// Installing one also starts every rate-limit window afresh.
     void PushCapture(CaptureBuffer* capture);
     void RemoveCapture(CaptureBuffer* capture);
 

@@ -21,4 +21,9 @@ bool RateLimiter::Admit(const std::string& logId, const LimitConfig& limit, Cloc
     return true;
 }
 
+void RateLimiter::Reset() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    windows_.clear();
+}
+
 }  // namespace ara::quill::common::log::internal

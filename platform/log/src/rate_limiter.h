@@ -22,6 +22,8 @@ public:
     /// True when a record under `logId` may be emitted at `now`; counts it if so. An empty
     /// `logId` is always admitted and not counted.
     bool Admit(const std::string& logId, const LimitConfig& limit, Clock::time_point now);
+    /// Forgets every window, so the next record of each log id is admitted.
+    void Reset();
 
 private:
     struct Window {

@@ -135,6 +135,7 @@ struct LogRecord {
 class ARA_EXPORT CaptureSink {
 public:
     /// Replaces the configured sinks by this capture (level threshold kVerbose) until destroyed.
+    /// Every rate-limit window starts afresh, so the first record of each log id is captured.
     CaptureSink();
     ~CaptureSink();
     CaptureSink(const CaptureSink&) = delete;
