@@ -1,8 +1,4 @@
-// ara::core::Result: value/error access, defaults, thrown domain exceptions and the abort paths.
-#include <string>
-#include <utility>
-#include <vector>
-
+// ara::core::Result: thrown domain exceptions and the abort paths of the accessors.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -10,7 +6,6 @@
 #include "ara/core/result.h"
 #include "ara/core/string.h"
 #include "ara/exec/exec_error_domain.h"
-#include "ara_test/matchers.h"
 
 namespace {
 
@@ -18,46 +13,6 @@ using ara::core::ErrorCode;
 using ara::core::Result;
 using ara::core::String;
 using ara::exec::ExecErrc;
-using ara_test::HasError;
-using ara_test::IsOk;
-
-TEST(ResultTest, AccessorsAgreeOnValueAndError) {
-    const ErrorCode busy(ExecErrc::kBusy);
-    const ErrorCode general(ExecErrc::kGeneralError);
-    struct Row {
-        const char* name;
-        Result<String> result;
-        bool hasValue;
-        String valueOr;
-        ErrorCode errorOr;
-    };
-    const Row rows[] = {
-        {"value", Result<String>("Running"), true, "Running", general},
-        {"empty value", Result<String>(String()), true, "", general},
-        {"error", Result<String>(busy), false, "fallback", busy},
-        {"error from FromError", Result<String>::FromError(ExecErrc::kBusy), false, "fallback", busy},
-    };
-    for (const Row& row : rows) {
-        EXPECT_EQ(row.result.HasValue(), row.hasValue) << row.name;
-        EXPECT_EQ(static_cast<bool>(row.result), row.hasValue) << row.name;
-        EXPECT_EQ(row.result.ValueOr(String("fallback")), row.valueOr) << row.name;
-        EXPECT_EQ(row.result.ErrorOr(general), row.errorOr) << row.name;
-        EXPECT_EQ(row.result.CheckError(busy), !row.hasValue) << row.name;
-        EXPECT_FALSE(row.result.CheckError(general)) << row.name;
-    }
-}
-
-TEST(ResultTest, VoidResultAndMovedOutValues) {
-    EXPECT_THAT(Result<void>(), IsOk());
-    EXPECT_THAT(Result<void>::FromValue(), IsOk());
-    const Result<void> failed = Result<void>::FromError(ExecErrc::kCommunicationError);
-    EXPECT_THAT(failed, HasError(ExecErrc::kCommunicationError));
-    EXPECT_TRUE(failed.CheckError(ErrorCode(ExecErrc::kCommunicationError)));
-
-    Result<std::vector<int>> list(std::vector<int>{1, 2, 3});
-    std::vector<int> taken = std::move(list).Value();
-    EXPECT_THAT(taken, testing::ElementsAre(1, 2, 3));
-}
 
 TEST(ResultTest, ValueOrThrowRaisesTheExceptionOfTheErrorsDomain) {
     try {
@@ -94,10 +49,10 @@ TEST(ResultDeathTest, ErrorOnAValueAborts) {
 
 TEST(ResultDeathTest, ValueOnAnErrorAborts) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const Result<String> failed(ErrorCode(ExecErrc::kGeneralError));
+    const Result<String> failed{ErrorCode(ExecErrc::kGeneralError)};
     EXPECT_DEATH((void)failed.Value(), VALUE_ON_ERROR);
     EXPECT_DEATH((void)*failed, VALUE_ON_ERROR);
-    const Result<void> voidFailed(ErrorCode(ExecErrc::kGeneralError));
+    const Result<void> voidFailed{ErrorCode(ExecErrc::kGeneralError)};
     EXPECT_DEATH(voidFailed.Value(), VALUE_ON_ERROR);
 }
 
