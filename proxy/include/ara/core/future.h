@@ -60,11 +60,11 @@ struct IsFuture<Future<U, G>> : std::true_type {};
 
 /// The caller's side of one result. Made by Promise::get_future(); movable, not copyable.
 ///
-/// A future stays attached to its promise's mutex and continuation holder for its whole life,
-/// also after get() or then() have taken its shared state. Destroying it drops a continuation
-/// that has not run yet, so the callback never sees a future that is gone, except when it is
-/// destroyed on the thread that set the result or registered the continuation: there the
-/// continuation is left in place. That exception is what lets a continuation destroy its own
+/// A future stays attached to its promise's mutex and continuation holder until it is destroyed
+/// or moved from, also after get() or then() have taken its shared state. Destroying it drops a
+/// continuation that has not run yet, so the callback never runs after its future is gone,
+/// except when it is destroyed on the thread that set the result or registered the
+/// continuation: there the continuation is left in place. That exception is what lets a continuation destroy its own
 /// future without deadlock, and what lets a caller return `f.then(...)` and drop its local f.
 ///
 /// @thread-safety One future is used by one thread at a time; it may be used while another
