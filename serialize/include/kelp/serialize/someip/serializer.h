@@ -65,6 +65,7 @@ public:
 
     template <typename U>
     void SerializeHelper(unsigned char* buffer) const {
+        static_assert(std::is_same_v<U, T>, "SerializeHelper writes the serializer's own type");
         unsigned char bytes[sizeof(U)];
         std::memcpy(bytes, value_, sizeof(U));
         if constexpr (sizeof(U) == 2U) {
