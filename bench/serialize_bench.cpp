@@ -55,14 +55,24 @@ void SizeAndWriteRequest(benchmark::State& state, const Args&... args) {
     }
 }
 
-void BM_SizeReportExecutionState(benchmark::State& state) { SizeRequest(state, 4242, ExecutionState::kRunning); }
-void BM_SizeSetState(benchmark::State& state) { SizeRequest(state, FUNCTION_GROUP, FG_STATE); }
-void BM_SizeProcessRestart(benchmark::State& state) { SizeRequest(state, PROCESS_NAME, true); }
+void BM_SizeReportExecutionState(benchmark::State& state) {
+    SizeRequest(state, 4242, ExecutionState::kRunning);
+}
+void BM_SizeSetState(benchmark::State& state) {
+    SizeRequest(state, FUNCTION_GROUP, FG_STATE);
+}
+void BM_SizeProcessRestart(benchmark::State& state) {
+    SizeRequest(state, PROCESS_NAME, true);
+}
 void BM_WriteReportExecutionState(benchmark::State& state) {
     SizeAndWriteRequest(state, 4242, ExecutionState::kRunning);
 }
-void BM_WriteSetState(benchmark::State& state) { SizeAndWriteRequest(state, FUNCTION_GROUP, FG_STATE); }
-void BM_WriteProcessRestart(benchmark::State& state) { SizeAndWriteRequest(state, PROCESS_NAME, true); }
+void BM_WriteSetState(benchmark::State& state) {
+    SizeAndWriteRequest(state, FUNCTION_GROUP, FG_STATE);
+}
+void BM_WriteProcessRestart(benchmark::State& state) {
+    SizeAndWriteRequest(state, PROCESS_NAME, true);
+}
 
 std::vector<Process> MakeList(std::int64_t count) {
     std::vector<Process> list;
@@ -82,8 +92,8 @@ void BM_DecodeProcessList(benchmark::State& state) {
         kelp::serialize::someip::Serializer<std::vector<Process>>(list, config, nullptr, bytes.size())
             .Serialize(bytes.data());
         for (auto _ : state) {
-            const kelp::serialize::someip::Deserializer<std::vector<Process>> reader(bytes.data(), bytes.size(),
-                                                                                     config);
+            const kelp::serialize::someip::Deserializer<std::vector<Process>> reader(
+                bytes.data(), bytes.size(), config);
             benchmark::DoNotOptimize(reader.GetSize());
             benchmark::DoNotOptimize(reader.GetValue());
         }

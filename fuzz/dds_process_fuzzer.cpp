@@ -7,7 +7,8 @@
 #include "kelp/serialize/dds/deserializer.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const kelp::serialize::dds::Deserializer<ara::exec::Process> decoder(data, size, kelp::serialize::SerializeConfig{});
+    const kelp::serialize::dds::Deserializer<ara::exec::Process> decoder(
+        data, size, kelp::serialize::SerializeConfig{});
     fuzz::CheckSize(decoder.GetSize(), size);
     static_cast<void>(decoder.GetValue());
     return 0;

@@ -7,7 +7,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const kelp::serialize::dds::Deserializer<ara::core::String> text(data, size, kelp::serialize::SerializeConfig{});
     const std::uint64_t textSize = text.GetSize();
-    if (textSize != kelp::serialize::SERIALIZE_SIZE_ERROR && (textSize > size || text.GetValue().size() + 4U != textSize)) {
+    if (textSize != kelp::serialize::SERIALIZE_SIZE_ERROR &&
+        (textSize > size || text.GetValue().size() + 4U != textSize)) {
         __builtin_trap();
     }
     return 0;

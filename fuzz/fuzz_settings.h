@@ -26,7 +26,9 @@ struct Settings {
     std::shared_ptr<SerializationNode> memberNode;   ///< the first member (a string)
 };
 
-inline std::uint8_t Pick(std::uint8_t index, const std::uint8_t (&values)[4]) { return values[index & 3U]; }
+inline std::uint8_t Pick(std::uint8_t index, const std::uint8_t (&values)[4]) {
+    return values[index & 3U];
+}
 
 /// Settings from two bytes:
 ///   byte 0: bit 0 little-endian, bits 1-2 string length field {0,1,2,4}, bits 3-4 structure

@@ -8,8 +8,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size < 1U) {
         return 0;
     }
-    const auto order = (data[0] & 1U) != 0U ? kelp::serialize::ByteOrder::kLittleEndian
-                                            : kelp::serialize::ByteOrder::kBigEndian;
+    const auto order =
+        (data[0] & 1U) != 0U ? kelp::serialize::ByteOrder::kLittleEndian : kelp::serialize::ByteOrder::kBigEndian;
     const auto staticSize = static_cast<unsigned char>(data[0] >> 1U);
     const auto table = tlv::serialize::TlvSerializeHelper::RecordDataId(order, staticSize, data + 1, size - 1U);
     for (const auto& entry : table.entries) {

@@ -12,7 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const fuzz::Settings s = fuzz::MakeSettings(data);
     data += fuzz::SETTINGS_BYTES;
     size -= fuzz::SETTINGS_BYTES;
-    const kelp::serialize::someip::Deserializer<ara::core::ErrorCode> code(data, size, s.config, s.useNodes ? s.memberNode : nullptr);
+    const kelp::serialize::someip::Deserializer<ara::core::ErrorCode> code(
+        data, size, s.config, s.useNodes ? s.memberNode : nullptr);
     const std::uint64_t codeSize = code.GetSize();
     fuzz::CheckSize(codeSize, size);
     if (codeSize != kelp::serialize::SERIALIZE_SIZE_ERROR) {

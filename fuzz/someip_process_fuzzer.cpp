@@ -13,7 +13,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const fuzz::Settings s = fuzz::MakeSettings(data);
     data += fuzz::SETTINGS_BYTES;
     size -= fuzz::SETTINGS_BYTES;
-    const kelp::serialize::someip::Deserializer<ara::exec::Process> decoder(data, size, s.config, s.useNodes ? s.elementNode : nullptr);
+    const kelp::serialize::someip::Deserializer<ara::exec::Process> decoder(
+        data, size, s.config, s.useNodes ? s.elementNode : nullptr);
     fuzz::CheckSize(decoder.GetSize(), size);
     static_cast<void>(decoder.GetValue());
     return 0;

@@ -1,12 +1,11 @@
 // DDS decoders of replies, their size counter and the member enumerator. Every read is
 // checked against the byte range the decoder was given.
-#include "kelp/serialize/dds/deserializer.h"
-
 #include <algorithm>
 #include <cstring>
 
 #include "ara/core/memcpy_s.h"
 #include "ara/quill/common/log/log.h"
+#include "kelp/serialize/dds/deserializer.h"
 
 namespace kelp::serialize::dds {
 
@@ -170,7 +169,9 @@ std::uint64_t Deserializer<bool>::GetSize() const {
     return 1U;
 }
 
-bool Deserializer<bool>::GetValue() const { return size_ >= 1U && data_[0] != 0U; }
+bool Deserializer<bool>::GetValue() const {
+    return size_ >= 1U && data_[0] != 0U;
+}
 
 // ---- ara::exec::Process -----------------------------------------------------------------
 

@@ -1,9 +1,8 @@
 // DDS encoders: strings, the process and process-list forms and the error payload.
-#include "kelp/serialize/dds/serializer.h"
-
 #include <cstring>
 
 #include "ara/quill/common/log/log.h"
+#include "kelp/serialize/dds/serializer.h"
 
 namespace kelp::serialize::dds {
 
@@ -13,7 +12,9 @@ using ara::quill::common::log::Log;
 
 constexpr std::uint64_t COUNT_SIZE = 4U;
 
-std::uint64_t Remaining(std::uint64_t room, std::uint64_t used) noexcept { return room > used ? room - used : 0U; }
+std::uint64_t Remaining(std::uint64_t room, std::uint64_t used) noexcept {
+    return room > used ? room - used : 0U;
+}
 
 void LogStringCopyFailure() {
     Log::GetLog("CM")->error() << "[DDS Serializer String] Memory copy return error, Invalid serialization.";
@@ -107,7 +108,9 @@ void Serializer<std::vector<ara::exec::Process>>::Serialize(unsigned char* buffe
     }
 }
 
-std::uint64_t Serializer<ara::core::ErrorCode>::GetSize() const noexcept { return ERROR_CODE_PAYLOAD_SIZE; }
+std::uint64_t Serializer<ara::core::ErrorCode>::GetSize() const noexcept {
+    return ERROR_CODE_PAYLOAD_SIZE;
+}
 
 void Serializer<ara::core::ErrorCode>::Serialize(unsigned char* buffer) const {
     unsigned char bytes[ERROR_CODE_PAYLOAD_SIZE] = {};

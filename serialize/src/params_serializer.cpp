@@ -19,7 +19,9 @@ namespace dds = kelp::serialize::dds;
 
 constexpr std::uint64_t TAG_SIZE = 2U;
 
-void LogWrongType() { Log::GetLog("CM")->error() << "Wrong serialize type, serialize error!"; }
+void LogWrongType() {
+    Log::GetLog("CM")->error() << "Wrong serialize type, serialize error!";
+}
 
 std::uint64_t AddSize(std::uint64_t total, std::uint64_t size) noexcept {
     if (total == SERIALIZE_SIZE_ERROR || size == SERIALIZE_SIZE_ERROR || size >= SERIALIZE_SIZE_ERROR - total) {

@@ -1,11 +1,10 @@
 // SOME/IP decoders of replies and their size counters. Every read is checked against the
 // byte range the decoder was given.
-#include "kelp/serialize/someip/deserializer.h"
-
 #include <cstring>
 
 #include "ara/core/memcpy_s.h"
 #include "ara/quill/common/log/log.h"
+#include "kelp/serialize/someip/deserializer.h"
 #include "tlv/serialize/tlv_serialize_helper.h"
 
 namespace kelp::serialize::someip {
@@ -19,7 +18,9 @@ constexpr std::uint64_t SOMEIP_HEADER_SIZE = 16U;
 constexpr std::uint64_t MARK_SIZE = 4U;
 constexpr std::uint64_t PROCESS_TEXT_MEMBERS = 4U;
 
-bool IsLengthFieldSize(std::uint64_t size) noexcept { return size == 0U || size == 1U || size == 2U || size == 4U; }
+bool IsLengthFieldSize(std::uint64_t size) noexcept {
+    return size == 0U || size == 1U || size == 2U || size == 4U;
+}
 
 ara::core::String* TextMember(ara::exec::Process& process, std::size_t index) noexcept {
     switch (index) {
@@ -216,8 +217,7 @@ public:
         }
         const ByteOrder order = node_ ? node_->byteOrder : config_.byteOrder;
         // Without a length field the container takes the rest of the payload.
-        const std::uint64_t length =
-            lengthFieldSize != 0U ? sd::ReadLengthField(data_, lengthFieldSize, order) : size_;
+        const std::uint64_t length = lengthFieldSize != 0U ? sd::ReadLengthField(data_, lengthFieldSize, order) : size_;
         if (length > size_ - lengthFieldSize) {
             Log::GetLog("CM")->error() << failure;
             return SERIALIZE_SIZE_ERROR;
@@ -364,7 +364,9 @@ std::uint64_t Deserializer<bool>::GetSize() const {
     return 1U;
 }
 
-bool Deserializer<bool>::GetValue() const { return size_ >= 1U && data_[0] != 0U; }
+bool Deserializer<bool>::GetValue() const {
+    return size_ >= 1U && data_[0] != 0U;
+}
 
 // ---- ara::exec::Process -----------------------------------------------------------------
 

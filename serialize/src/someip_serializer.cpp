@@ -1,8 +1,7 @@
 // SOME/IP encoders: string sizing and writing, the process and process-list forms and the
 // error payload.
-#include "kelp/serialize/someip/serializer.h"
-
 #include "ara/quill/common/log/log.h"
+#include "kelp/serialize/someip/serializer.h"
 #include "tlv/serialize/tlv_serialize_helper.h"
 
 namespace kelp::serialize::someip {
@@ -16,9 +15,13 @@ constexpr std::uint64_t SOMEIP_HEADER_SIZE = 16U;
 constexpr std::uint64_t MARK_SIZE = 4U;  // byte-order mark and terminator
 constexpr unsigned char BOM[3] = {0xEFU, 0xBBU, 0xBFU};
 
-std::uint64_t Remaining(std::uint64_t room, std::uint64_t used) noexcept { return room > used ? room - used : 0U; }
+std::uint64_t Remaining(std::uint64_t room, std::uint64_t used) noexcept {
+    return room > used ? room - used : 0U;
+}
 
-bool IsLengthFieldSize(std::uint64_t size) noexcept { return size == 0U || size == 1U || size == 2U || size == 4U; }
+bool IsLengthFieldSize(std::uint64_t size) noexcept {
+    return size == 0U || size == 1U || size == 2U || size == 4U;
+}
 
 /// Largest value a structure or container length field of `size` bytes can hold.
 std::uint64_t MaxLength(std::uint64_t size) noexcept {
@@ -63,7 +66,9 @@ std::uint64_t Serializer<ara::core::String>::MaxPayload(std::uint64_t lengthFiel
     }
 }
 
-std::uint64_t Serializer<ara::core::String>::GetSize() { return GetSizeHelper(value_->size()); }
+std::uint64_t Serializer<ara::core::String>::GetSize() {
+    return GetSizeHelper(value_->size());
+}
 
 std::uint64_t Serializer<ara::core::String>::GetSizeHelper(std::uint64_t characters) {
     totalSize_ = SERIALIZE_SIZE_ERROR;
@@ -159,7 +164,9 @@ void Serializer<ara::core::String>::Serialize(unsigned char* buffer) {
 
 // ---- ara::exec::Process -----------------------------------------------------------------
 
-std::uint64_t Serializer<ara::exec::Process>::GetSize() { return Layout(nullptr); }
+std::uint64_t Serializer<ara::exec::Process>::GetSize() {
+    return Layout(nullptr);
+}
 
 void Serializer<ara::exec::Process>::Serialize(unsigned char* buffer) {
     if (buffer == nullptr || Layout(buffer) == SERIALIZE_SIZE_ERROR) {
@@ -246,7 +253,9 @@ std::uint64_t Serializer<ara::exec::Process>::Layout(unsigned char* buffer) {
 
 // ---- std::vector<ara::exec::Process> ----------------------------------------------------
 
-std::uint64_t Serializer<std::vector<ara::exec::Process>>::GetSize() { return Layout(nullptr); }
+std::uint64_t Serializer<std::vector<ara::exec::Process>>::GetSize() {
+    return Layout(nullptr);
+}
 
 void Serializer<std::vector<ara::exec::Process>>::Serialize(unsigned char* buffer) {
     if (buffer == nullptr || Layout(buffer) == SERIALIZE_SIZE_ERROR) {
@@ -290,7 +299,9 @@ std::uint64_t Serializer<std::vector<ara::exec::Process>>::Layout(unsigned char*
 
 // ---- ara::core::ErrorCode ---------------------------------------------------------------
 
-std::uint64_t Serializer<ara::core::ErrorCode>::GetSize() const noexcept { return ERROR_CODE_PAYLOAD_SIZE; }
+std::uint64_t Serializer<ara::core::ErrorCode>::GetSize() const noexcept {
+    return ERROR_CODE_PAYLOAD_SIZE;
+}
 
 void Serializer<ara::core::ErrorCode>::Serialize(unsigned char* buffer) const {
     unsigned char bytes[ERROR_CODE_PAYLOAD_SIZE] = {};

@@ -103,8 +103,8 @@ DataIdTable TlvSerializeHelper::RecordDataId(ByteOrder order,
                     break;
             }
             if (left < lengthFieldSize) {
-                Log::GetLog("CM")->error() << "[TLV] Lack of enough code stream to get pos length[dataId" << dataId
-                                           << "]";
+                Log::GetLog("CM")->error()
+                    << "[TLV] Lack of enough code stream to get pos length[dataId" << dataId << "]";
                 return Malformed();
             }
             params.lengthFieldSize = static_cast<std::uint8_t>(lengthFieldSize);

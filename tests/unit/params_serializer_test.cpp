@@ -1,5 +1,7 @@
 // Request payloads of the three requests in both encodings: bytes with and without member
 // nodes, TLV tags, alignment across arguments, and broken configurations.
+#include "kelp/brio/serialize/params_serializer.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -9,7 +11,6 @@
 
 #include "ara/exec/execution_state.h"
 #include "ara/quill/common/log/log.h"
-#include "kelp/brio/serialize/params_serializer.h"
 #include "kelp/serialize/someip/deserializer.h"
 #include "tlv/serialize/tlv_serialize_helper.h"
 
@@ -19,9 +20,9 @@ using ara::exec::ExecutionState;
 using ara::quill::common::log::CaptureSink;
 using kelp::brio::serialize::ParamsSerializer;
 using kelp::serialize::ByteOrder;
-using kelp::serialize::SERIALIZE_SIZE_ERROR;
 using kelp::serialize::SerializationNode;
 using kelp::serialize::SerializationNodeList;
+using kelp::serialize::SERIALIZE_SIZE_ERROR;
 using kelp::serialize::SerializeConfig;
 using kelp::serialize::SerializeType;
 using Bytes = std::vector<unsigned char>;
@@ -98,7 +99,8 @@ TEST(ParamsSerializerTest, RequestPayloads) {
     const SerializationNode tlvDynamic = MethodNode(true, {{3U, BE, true, 4U, 0U}, {0xABCU, BE, true, 4U, 0U}});
     const SerializationNode tlvRestart = MethodNode(true, {{5U, BE, true, 4U, 0U}, {6U, BE, false, 4U, 0U}});
     const SerializationNode aligned = MethodNode(false, {{0xFFFFU, BE, false, 4U, 4U}, {0xFFFFU, BE, false, 4U, 4U}});
-    const SerializationNode plainNodes = MethodNode(false, {{0xFFFFU, LE, false, 2U, 0U}, {0xFFFFU, BE, false, 1U, 0U}});
+    const SerializationNode plainNodes =
+        MethodNode(false, {{0xFFFFU, LE, false, 2U, 0U}, {0xFFFFU, BE, false, 1U, 0U}});
     const auto running = ExecutionState::kTerminating;
     struct Case {
         const char* name;
@@ -106,34 +108,46 @@ TEST(ParamsSerializerTest, RequestPayloads) {
         Bytes expected;
     };
     const std::vector<Case> cases = {
-        {"ReportExecutionState, SOME/IP, big-endian", Request(someip, none, MethodConfig(BE), 0x1234, running),
+        {"ReportExecutionState, SOME/IP, big-endian",
+         Request(someip, none, MethodConfig(BE), 0x1234, running),
          {0, 0, 0x12, 0x34, 1}},
-        {"ReportExecutionState, SOME/IP, little-endian", Request(someip, none, MethodConfig(LE), 0x1234, running),
+        {"ReportExecutionState, SOME/IP, little-endian",
+         Request(someip, none, MethodConfig(LE), 0x1234, running),
          {0x34, 0x12, 0, 0, 1}},
-        {"SetState, SOME/IP", Request(someip, none, MethodConfig(BE), AB, C),
+        {"SetState, SOME/IP",
+         Request(someip, none, MethodConfig(BE), AB, C),
          Cat({{0, 0, 0, 6}, MARK_AB, {0, 0, 0, 5}, MARK_C})},
-        {"ProcessRestart, SOME/IP", Request(someip, none, MethodConfig(BE), AB, true),
+        {"ProcessRestart, SOME/IP",
+         Request(someip, none, MethodConfig(BE), AB, true),
          Cat({{0, 0, 0, 6}, MARK_AB, {1}})},
-        {"ReportExecutionState, TLV: 2 + 4 + 2 + 1 bytes", Request(someip, tlvState, MethodConfig(LE), 0x1234, running),
+        {"ReportExecutionState, TLV: 2 + 4 + 2 + 1 bytes",
+         Request(someip, tlvState, MethodConfig(LE), 0x1234, running),
          {0x20, 0x01, 0, 0, 0x12, 0x34, 0x00, 0x02, 1}},
         {"ReportExecutionState, TLV little-endian members",
          Request(someip, tlvStateLe, MethodConfig(BE), 0x1234, running),
          {0x01, 0x20, 0x34, 0x12, 0, 0, 0x02, 0x00, 1}},
-        {"SetState, TLV static length fields", Request(someip, tlvStatic, MethodConfig(BE), AB, C),
+        {"SetState, TLV static length fields",
+         Request(someip, tlvStatic, MethodConfig(BE), AB, C),
          Cat({{0x40, 0x03, 0, 0, 0, 6}, MARK_AB, {0x40, 0x04, 0, 5}, MARK_C})},
-        {"SetState, TLV dynamic length fields", Request(someip, tlvDynamic, MethodConfig(BE), AB, C),
+        {"SetState, TLV dynamic length fields",
+         Request(someip, tlvDynamic, MethodConfig(BE), AB, C),
          Cat({{0x50, 0x03, 6}, MARK_AB, {0x5A, 0xBC, 5}, MARK_C})},
-        {"ProcessRestart, TLV", Request(someip, tlvRestart, MethodConfig(BE), AB, false),
+        {"ProcessRestart, TLV",
+         Request(someip, tlvRestart, MethodConfig(BE), AB, false),
          Cat({{0x50, 0x05, 6}, MARK_AB, {0x00, 0x06, 0}})},
         // First string: (4 + 0 + 16 + 6) mod 4 = 2, two bytes of padding; second string at 12:
         // (4 + 12 + 16 + 5) mod 4 = 1, three bytes of padding.
-        {"SetState with alignment 4", Request(someip, aligned, MethodConfig(BE), AB, C),
+        {"SetState with alignment 4",
+         Request(someip, aligned, MethodConfig(BE), AB, C),
          Cat({{0, 0, 0, 6}, MARK_AB, {0xAA, 0xAA}, {0, 0, 0, 5}, MARK_C, {0xAA, 0xAA, 0xAA}})},
-        {"SetState with member nodes of their own sizes", Request(someip, plainNodes, MethodConfig(BE), AB, C),
+        {"SetState with member nodes of their own sizes",
+         Request(someip, plainNodes, MethodConfig(BE), AB, C),
          Cat({{6, 0}, MARK_AB, {5}, MARK_C})},
-        {"ReportExecutionState, DDS", Request(dds, none, MethodConfig(BE), 0x1234, ExecutionState::kTerminating),
+        {"ReportExecutionState, DDS",
+         Request(dds, none, MethodConfig(BE), 0x1234, ExecutionState::kTerminating),
          {0x34, 0x12, 0, 0, 1}},
-        {"SetState, DDS ignores nodes", Request(dds, tlvStatic, MethodConfig(BE), AB, ara::core::String{}),
+        {"SetState, DDS ignores nodes",
+         Request(dds, tlvStatic, MethodConfig(BE), AB, ara::core::String{}),
          {2, 0, 0, 0, 'a', 'b', 0, 0, 0, 0}},
         {"ProcessRestart, DDS", Request(dds, none, MethodConfig(BE), AB, true), {2, 0, 0, 0, 'a', 'b', 1}},
     };

@@ -16,9 +16,9 @@
 namespace {
 
 using ara::exec::Process;
-using kelp::serialize::SERIALIZE_SIZE_ERROR;
 using kelp::serialize::SerializationNode;
 using kelp::serialize::SerializationNodeList;
+using kelp::serialize::SERIALIZE_SIZE_ERROR;
 using kelp::serialize::SerializeConfig;
 
 TEST(SerializeConcurrencyTest, SharedNodeTreeAcrossThreads) {

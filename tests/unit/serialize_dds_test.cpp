@@ -49,9 +49,10 @@ TEST(DdsSerializerTest, WireForms) {
         {"process",
          Encode(Process{"p", "", "R", "", true}),
          {1, 0, 0, 0, 'p', 0, 0, 0, 0, 1, 0, 0, 0, 'R', 0, 0, 0, 0, 1}},
-        {"process list", Encode(std::vector<Process>{Process{"", "", "", "", false}}),
-         {1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-        {"error code", Encode(ara::core::ErrorCode{ara::exec::ExecErrc::kBusy}),
+        {"process list", Encode(std::vector<Process>{Process{"", "", "", "", false}}), {1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                                                                                        0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {"error code",
+         Encode(ara::core::ErrorCode{ara::exec::ExecErrc::kBusy}),
          {0, 0, 0, 0, 1, 0x00, 0x03, 0, 0, 0, 0, 0, 0x80, 7, 0, 0, 0}},
     };
     for (const auto& c : cases) {
@@ -90,11 +91,17 @@ TEST(DdsErrorCodeTest, DecodesOnlySeventeenBytesOfKindOne) {
     };
     const std::vector<Case> cases = {
         {"valid", valid, 17U, nullptr},
-        {"16 bytes", Bytes(valid.begin(), valid.end() - 1), SERIALIZE_SIZE_ERROR,
+        {"16 bytes",
+         Bytes(valid.begin(), valid.end() - 1),
+         SERIALIZE_SIZE_ERROR,
          "[DDSSerializeErrorCode][Construct deserialization for ErrorCode failed, invalid size parameter]"},
-        {"18 bytes", longer, SERIALIZE_SIZE_ERROR,
+        {"18 bytes",
+         longer,
+         SERIALIZE_SIZE_ERROR,
          "Construct deserialization for ErrorCode failed, invalid size parameter!"},
-        {"kind 0", kindZero, SERIALIZE_SIZE_ERROR,
+        {"kind 0",
+         kindZero,
+         SERIALIZE_SIZE_ERROR,
          "Construct deserialization for ErrorCode failed, invalid type of ErrorCode!"},
     };
     for (const auto& c : cases) {

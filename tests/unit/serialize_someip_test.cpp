@@ -19,9 +19,9 @@ namespace {
 using ara::exec::Process;
 using ara::quill::common::log::CaptureSink;
 using kelp::serialize::ByteOrder;
-using kelp::serialize::SERIALIZE_SIZE_ERROR;
 using kelp::serialize::SerializationNode;
 using kelp::serialize::SerializationNodeList;
+using kelp::serialize::SERIALIZE_SIZE_ERROR;
 using kelp::serialize::SerializeConfig;
 using kelp::serialize::someip::Deserializer;
 using kelp::serialize::someip::Serializer;
@@ -55,7 +55,10 @@ Bytes Concat(std::initializer_list<Bytes> parts) {
 }
 
 /// Encodes `text` and returns the bytes (pre-filled with 0xAA, so unwritten padding shows).
-Bytes EncodeString(const std::string& text, const SerializeConfig& config, NodePtr node, std::uint64_t position = 0U,
+Bytes EncodeString(const std::string& text,
+                   const SerializeConfig& config,
+                   NodePtr node,
+                   std::uint64_t position = 0U,
                    bool noPadding = false) {
     Serializer<ara::core::String> s(text, config, node, 0U, position);
     s.SetNoPadding(noPadding);
@@ -138,12 +141,15 @@ TEST(SomeipStringSerializerTest, WireForms) {
         {"node settings win", EncodeString("ab", Config(LE, 1U, true), Node(2U, BE)), Concat({{0, 6}, markAb})},
         {"TLV dynamic field", EncodeString("ab", Config(BE), tlvDynamic), Concat({{6}, markAb})},
         {"TLV static field", EncodeString("ab", Config(BE), tlvStatic), Concat({{0, 6}, markAb})},
-        {"TLV members are never padded", EncodeString("ab", Config(BE), [] {
-             auto n = Node(4U);
-             n->dataId = 2U;
-             n->alignment = 8U;
-             return n;
-         }()),
+        {"TLV members are never padded",
+         EncodeString("ab",
+                      Config(BE),
+                      [] {
+                          auto n = Node(4U);
+                          n->dataId = 2U;
+                          n->alignment = 8U;
+                          return n;
+                      }()),
          Concat({{0, 0, 0, 6}, markAb})},
         // (4 + 0 + 16 + 6) mod 4 = 2: two bytes of padding, counted but not written.
         {"alignment 4 at 0", EncodeString("ab", Config(BE), aligned4), Concat({{0, 0, 0, 6}, markAb, {0xAA, 0xAA}})},
@@ -189,12 +195,16 @@ TEST(SomeipStringSerializerTest, SizeLimitsPerLengthField) {
         {"dynamic: 256 bytes take 2", Config(BE), dynamic, 252U, 258U, 2U},
         {"dynamic: 65535 bytes take 2", Config(BE), dynamic, 65531U, 65537U, 2U},
         {"dynamic: 65536 bytes take 4", Config(BE), dynamic, 65532U, 65540U, 4U},
-        {"aligned 1-byte field one over", Config(BE), [] {
+        {"aligned 1-byte field one over",
+         Config(BE),
+         [] {
              auto n = Node(1U);
              n->alignment = 4U;
              return n;
          }(),
-         252U, SERIALIZE_SIZE_ERROR, 1U},
+         252U,
+         SERIALIZE_SIZE_ERROR,
+         1U},
     };
     const ara::core::String unused;
     for (const auto& c : cases) {
@@ -264,13 +274,21 @@ TEST(SomeipErrorCodeTest, RefusesAnythingButSeventeenBytesOfKindOne) {
         const char* log;
     };
     const std::vector<Case> cases = {
-        {"empty", {}, SERIALIZE_SIZE_ERROR,
+        {"empty",
+         {},
+         SERIALIZE_SIZE_ERROR,
          "[SomeipDeserializerErrorCode][Construct deserialization for ErrorCode failed, invalid size parameter]"},
-        {"16 bytes", Bytes(valid.begin(), valid.end() - 1), SERIALIZE_SIZE_ERROR,
+        {"16 bytes",
+         Bytes(valid.begin(), valid.end() - 1),
+         SERIALIZE_SIZE_ERROR,
          "[SomeipDeserializerErrorCode][Construct deserialization for ErrorCode failed, invalid size parameter]"},
-        {"18 bytes", longer, SERIALIZE_SIZE_ERROR,
+        {"18 bytes",
+         longer,
+         SERIALIZE_SIZE_ERROR,
          "Construct deserialization for ErrorCode failed, invalid size parameter!"},
-        {"kind 2", kindTwo, SERIALIZE_SIZE_ERROR,
+        {"kind 2",
+         kindTwo,
+         SERIALIZE_SIZE_ERROR,
          "Construct deserialization for ErrorCode failed, invalid type of ErrorCode!"},
         {"valid", valid, 17U, nullptr},
     };
@@ -305,14 +323,24 @@ TEST(SomeipStringDeserializerTest, AcceptsValidAndRefusesBrokenStrings) {
     const std::vector<Case> cases = {
         {"empty", {0, 0, 0, 4, 0xEF, 0xBB, 0xBF, 0}, Config(BE), nullptr, 8U, "", 0U},
         {"ab", {0, 0, 0, 6, 0xEF, 0xBB, 0xBF, 'a', 'b', 0}, Config(BE), nullptr, 10U, "ab", 0U},
-        {"trailing bytes are not part of it", {0, 0, 0, 6, 0xEF, 0xBB, 0xBF, 'a', 'b', 0, 7, 7}, Config(BE), nullptr,
-         10U, "ab", 0U},
+        {"trailing bytes are not part of it",
+         {0, 0, 0, 6, 0xEF, 0xBB, 0xBF, 'a', 'b', 0, 7, 7},
+         Config(BE),
+         nullptr,
+         10U,
+         "ab",
+         0U},
         {"little-endian 2-byte field", {6, 0, 0xEF, 0xBB, 0xBF, 'a', 'b', 0}, Config(LE, 2U), nullptr, 8U, "ab", 0U},
         {"raw", {0, 0, 0, 2, 'a', 'b'}, Config(BE, 4U, true), nullptr, 6U, "ab", 0U},
         {"raw without length field reads nothing", {'a', 'b'}, Config(BE, 0U, true), nullptr, 0U, "", 0U},
         {"TLV member uses the TLV field size", {6, 0xEF, 0xBB, 0xBF, 'a', 'b', 0}, Config(BE), tlv, 7U, "ab", 0U},
-        {"aligned member reports its padding", {0, 0, 0, 6, 0xEF, 0xBB, 0xBF, 'a', 'b', 0, 0, 0}, Config(BE), aligned,
-         10U, "ab", 2U},
+        {"aligned member reports its padding",
+         {0, 0, 0, 6, 0xEF, 0xBB, 0xBF, 'a', 'b', 0, 0, 0},
+         Config(BE),
+         aligned,
+         10U,
+         "ab",
+         2U},
         {"length 3: mark without terminator", {0, 0, 0, 3, 0xEF, 0xBB, 0xBF}, Config(BE), nullptr, E, "", 0U},
         {"terminator not zero", {0, 0, 0, 6, 0xEF, 0xBB, 0xBF, 'a', 'b', 1}, Config(BE), nullptr, E, "", 0U},
         {"wrong mark", {0, 0, 0, 6, 0xEF, 0xBB, 0xBE, 'a', 'b', 0}, Config(BE), nullptr, E, "", 0U},
@@ -348,8 +376,9 @@ TEST(SomeipBoolDeserializerTest, NeedsOneByte) {
 }
 
 // The default-settings process list of one process with empty strings and flag 1.
-const Bytes ONE_EMPTY_PROCESS = {0, 0, 0, 0x21, 0, 0, 0, 4, 0xEF, 0xBB, 0xBF, 0, 0, 0, 0, 4, 0xEF, 0xBB, 0xBF,
-                                 0, 0, 0, 0, 4, 0xEF, 0xBB, 0xBF, 0, 0, 0, 0, 4, 0xEF, 0xBB, 0xBF, 0, 1};
+const Bytes ONE_EMPTY_PROCESS = {0,    0, 0, 0x21, 0,    0,    0,    4,    0xEF, 0xBB, 0xBF, 0,    0,
+                                 0,    0, 4, 0xEF, 0xBB, 0xBF, 0,    0,    0,    0,    4,    0xEF, 0xBB,
+                                 0xBF, 0, 0, 0,    0,    4,    0xEF, 0xBB, 0xBF, 0,    1};
 
 TEST(SomeipProcessListTest, DefaultSettingsBytes) {
     const std::vector<Process> list = {Process{"", "", "", "", true}};
@@ -359,8 +388,8 @@ TEST(SomeipProcessListTest, DefaultSettingsBytes) {
     writer.Serialize(buffer.data());
     EXPECT_EQ(buffer, ONE_EMPTY_PROCESS);
 
-    const Deserializer<std::vector<Process>> reader(ONE_EMPTY_PROCESS.data(), ONE_EMPTY_PROCESS.size(),
-                                                    SerializeConfig{});
+    const Deserializer<std::vector<Process>> reader(
+        ONE_EMPTY_PROCESS.data(), ONE_EMPTY_PROCESS.size(), SerializeConfig{});
     EXPECT_EQ(reader.GetSize(), 37U);
     EXPECT_EQ(reader.GetValue(), list);
 }
@@ -495,12 +524,12 @@ TEST(SomeipProcessTest, TlvMembersCarryTags) {
     Serializer<Process> writer(process, SerializeConfig{}, node, 64U);
     Bytes bytes(writer.GetSize(), 0xAA);
     writer.Serialize(bytes.data());
-    const Bytes expected = {0x00, 32,                                              // structure length
-                            0x50, 0x01, 5, 0xEF, 0xBB, 0xBF, 'a', 0,               // data id 1, wire type 5
-                            0x50, 0x02, 4, 0xEF, 0xBB, 0xBF, 0,                    // data id 2
-                            0x50, 0x03, 4, 0xEF, 0xBB, 0xBF, 0,                    // data id 3
-                            0x50, 0x04, 4, 0xEF, 0xBB, 0xBF, 0,                    // data id 4
-                            0x00, 0x05, 1};                                        // flag, wire type 0
+    const Bytes expected = {0x00, 32,                                 // structure length
+                            0x50, 0x01, 5, 0xEF, 0xBB, 0xBF, 'a', 0,  // data id 1, wire type 5
+                            0x50, 0x02, 4, 0xEF, 0xBB, 0xBF, 0,       // data id 2
+                            0x50, 0x03, 4, 0xEF, 0xBB, 0xBF, 0,       // data id 3
+                            0x50, 0x04, 4, 0xEF, 0xBB, 0xBF, 0,       // data id 4
+                            0x00, 0x05, 1};                           // flag, wire type 0
     EXPECT_EQ(bytes, expected);
     const Deserializer<Process> reader(bytes.data(), bytes.size(), SerializeConfig{}, node);
     EXPECT_EQ(reader.GetSize(), bytes.size());
@@ -509,11 +538,11 @@ TEST(SomeipProcessTest, TlvMembersCarryTags) {
 
 TEST(SomeipProcessTest, TlvMembersInAnyOrderUnknownIdsSkippedMissingDefaulted) {
     auto node = TlvProcessNode(true, 4U);
-    const Bytes bytes = {0x00, 20,                                   // structure length
-                         0x00, 0x05, 1,                              // flag first
-                         0x50, 0x09, 3, 1, 2, 3,                     // unknown data id 9
-                         0x50, 0x03, 5, 0xEF, 0xBB, 0xBF, 'r', 0,    // data id 3
-                         0x00, 0x05, 0};                             // duplicate flag: first wins
+    const Bytes bytes = {0x00, 20,                                 // structure length
+                         0x00, 0x05, 1,                            // flag first
+                         0x50, 0x09, 3, 1,    2,    3,             // unknown data id 9
+                         0x50, 0x03, 5, 0xEF, 0xBB, 0xBF, 'r', 0,  // data id 3
+                         0x00, 0x05, 0};                           // duplicate flag: first wins
     CaptureSink capture;
     const Deserializer<Process> reader(bytes.data(), bytes.size(), SerializeConfig{}, node);
     EXPECT_EQ(reader.GetSize(), 22U);
@@ -584,8 +613,8 @@ TEST(SomeipRoundTripTest, ProcessListsUnderManySettings) {
                 auto list_node = std::make_shared<SerializationNode>();
                 list_node->byteOrder = order;
                 list_node->arrayLengthFieldSize = 4U;
-                list_node->children =
-                    std::make_shared<SerializationNodeList>(SerializationNodeList{TlvProcessNode(dynamic, staticSize, order)});
+                list_node->children = std::make_shared<SerializationNodeList>(
+                    SerializationNodeList{TlvProcessNode(dynamic, staticSize, order)});
                 settings.push_back({"TLV members", SerializeConfig{}, list_node});
             }
         }

@@ -15,8 +15,8 @@ using ByteOrder = kelp::serialize::ByteOrder;
 
 /// Where one member lies in a scanned stream.
 struct DataIdParams {
-    std::uint64_t offset{0U};         ///< first byte after the tag
-    std::uint64_t size{0U};           ///< bytes after the tag, length field included
+    std::uint64_t offset{0U};          ///< first byte after the tag
+    std::uint64_t size{0U};            ///< bytes after the tag, length field included
     std::uint8_t lengthFieldSize{0U};  ///< 0 for fixed-size wire types
 };
 

@@ -91,7 +91,9 @@ private:
     static Argument MakeArgument(const ara::exec::ExecutionState& v) noexcept {
         return {Kind::kState, 0, static_cast<std::uint8_t>(v), nullptr};
     }
-    static Argument MakeArgument(const bool& v) noexcept { return {Kind::kBool, 0, static_cast<std::uint8_t>(v ? 1U : 0U), nullptr}; }
+    static Argument MakeArgument(const bool& v) noexcept {
+        return {Kind::kBool, 0, static_cast<std::uint8_t>(v ? 1U : 0U), nullptr};
+    }
     static Argument MakeArgument(const ara::core::String& v) noexcept { return {Kind::kString, 0, 0U, &v}; }
 
     static std::uint64_t MemberSize(const Argument& argument,

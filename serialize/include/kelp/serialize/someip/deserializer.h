@@ -31,7 +31,11 @@ protected:
                      const SerializeConfig& config,
                      std::shared_ptr<SerializationNode> node,
                      std::uint64_t position)
-        : data_(data), size_(data == nullptr ? 0U : size), config_(config), node_(std::move(node)), position_(position) {}
+        : data_(data),
+          size_(data == nullptr ? 0U : size),
+          config_(config),
+          node_(std::move(node)),
+          position_(position) {}
 
     const unsigned char* data_;
     std::uint64_t size_;  ///< bytes readable from data_
@@ -121,7 +125,6 @@ public:
     std::uint64_t GetSize() const;
     /// The decoded process; members that cannot be decoded keep their defaults.
     ara::exec::Process GetValue() const;
-
 };
 
 /// `std::vector<ara::exec::Process>`: container length field (byte length of the elements),
@@ -139,7 +142,6 @@ public:
     std::uint64_t GetSize() const;
     /// The elements decoded before the first one that does not fit.
     std::vector<ara::exec::Process> GetValue() const;
-
 };
 
 }  // namespace kelp::serialize::someip

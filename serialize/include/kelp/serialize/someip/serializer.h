@@ -47,8 +47,8 @@ protected:
 /// and `bool` (the byte as stored).
 template <typename T>
 class Serializer : public SerializerBase {
-    static_assert(std::is_trivially_copyable_v<T> && (sizeof(T) == 1U || sizeof(T) == 2U || sizeof(T) == 4U ||
-                                                      sizeof(T) == 8U),
+    static_assert(std::is_trivially_copyable_v<T> &&
+                      (sizeof(T) == 1U || sizeof(T) == 2U || sizeof(T) == 4U || sizeof(T) == 8U),
                   "SOME/IP scalar serializer needs a 1, 2, 4 or 8 byte trivially copyable type");
 
 public:
