@@ -59,7 +59,7 @@ public:
     }
 
     /// Bytes counted by the size pass so far, or SERIALIZE_SIZE_ERROR.
-    std::uint64_t GetSomeipSize() const noexcept { return runningSize_; }
+    [[nodiscard]] std::uint64_t GetSomeipSize() const noexcept { return runningSize_; }
     /// Points the cursor back at the first member node and clears the write offset.
     void ResetCursor() noexcept;
 

@@ -39,9 +39,9 @@ public:
     Deserializer(const unsigned char* data, std::uint64_t size, const SerializeConfig& config)
         : DeserializerBase(data, size, config) {}
 
-    std::uint64_t GetSize() const;
-    ErrorCodeValue GetValue() const { return GetValueHelper(); }
-    ErrorCodeValue GetValueHelper() const;
+    [[nodiscard]] std::uint64_t GetSize() const;
+    [[nodiscard]] ErrorCodeValue GetValue() const { return GetValueHelper(); }
+    [[nodiscard]] ErrorCodeValue GetValueHelper() const;
 };
 
 /// 32-bit character count, then the characters.
@@ -51,8 +51,8 @@ public:
     Deserializer(const unsigned char* data, std::uint64_t size, const SerializeConfig& config)
         : DeserializerBase(data, size, config) {}
 
-    std::uint64_t GetSize() const;
-    ara::core::String GetValue() const;
+    [[nodiscard]] std::uint64_t GetSize() const;
+    [[nodiscard]] ara::core::String GetValue() const;
 };
 
 template <>
@@ -61,8 +61,8 @@ public:
     Deserializer(const unsigned char* data, std::uint64_t size, const SerializeConfig& config)
         : DeserializerBase(data, size, config) {}
 
-    std::uint64_t GetSize() const;
-    bool GetValue() const;
+    [[nodiscard]] std::uint64_t GetSize() const;
+    [[nodiscard]] bool GetValue() const;
 };
 
 /// The five members of a process, one after the other.
@@ -72,8 +72,8 @@ public:
     Deserializer(const unsigned char* data, std::uint64_t size, const SerializeConfig& config)
         : DeserializerBase(data, size, config) {}
 
-    std::uint64_t GetSize() const;
-    ara::exec::Process GetValue() const;
+    [[nodiscard]] std::uint64_t GetSize() const;
+    [[nodiscard]] ara::exec::Process GetValue() const;
 };
 
 /// 32-bit element count, then the elements (SequenceContainerDeserializer).
@@ -83,9 +83,9 @@ public:
     Deserializer(const unsigned char* data, std::uint64_t size, const SerializeConfig& config)
         : DeserializerBase(data, size, config) {}
 
-    std::uint64_t GetSize() const;
+    [[nodiscard]] std::uint64_t GetSize() const;
     /// The elements decoded before the first one that does not fit.
-    std::vector<ara::exec::Process> GetValue() const;
+    [[nodiscard]] std::vector<ara::exec::Process> GetValue() const;
 };
 
 }  // namespace kelp::serialize::dds

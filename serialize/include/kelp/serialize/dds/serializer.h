@@ -29,7 +29,7 @@ public:
     Serializer(const T& value, const SerializeConfig& config, std::uint64_t room = 0U, std::uint64_t position = 0U)
         : value_(&value), config_(config), room_(room), position_(position) {}
 
-    std::uint64_t GetSize() const noexcept { return sizeof(T); }
+    [[nodiscard]] std::uint64_t GetSize() const noexcept { return sizeof(T); }
     void Serialize(unsigned char* buffer) const {
         if (buffer == nullptr || memcpy_s(buffer + position_, room_, value_, sizeof(T)) != 0) {
             detail::LogScalarCopyFailure();
@@ -55,8 +55,8 @@ public:
         : value_(&value), config_(config), room_(room), position_(position) {}
 
     /// 4 + characters, or SERIALIZE_SIZE_ERROR when the count does not fit 32 bits.
-    std::uint64_t GetSize() const noexcept { return SizeFor(value_->size()); }
-    static std::uint64_t SizeFor(std::uint64_t characters) noexcept;
+    [[nodiscard]] std::uint64_t GetSize() const noexcept { return SizeFor(value_->size()); }
+    [[nodiscard]] static std::uint64_t SizeFor(std::uint64_t characters) noexcept;
     void Serialize(unsigned char* buffer) const;
 
 private:
@@ -76,7 +76,7 @@ public:
                std::uint64_t position = 0U)
         : value_(&value), config_(config), room_(room), position_(position) {}
 
-    std::uint64_t GetSize() const noexcept;
+    [[nodiscard]] std::uint64_t GetSize() const noexcept;
     void Serialize(unsigned char* buffer) const;
 
 private:
@@ -96,7 +96,7 @@ public:
                std::uint64_t position = 0U)
         : value_(&value), config_(config), room_(room), position_(position) {}
 
-    std::uint64_t GetSize() const noexcept;
+    [[nodiscard]] std::uint64_t GetSize() const noexcept;
     void Serialize(unsigned char* buffer) const;
 
 private:
@@ -122,7 +122,7 @@ public:
                std::uint64_t position = 0U)
         : domainId_(domainId), code_(code), config_(config), room_(room), position_(position) {}
 
-    std::uint64_t GetSize() const noexcept;
+    [[nodiscard]] std::uint64_t GetSize() const noexcept;
     void Serialize(unsigned char* buffer) const;
 
 private:

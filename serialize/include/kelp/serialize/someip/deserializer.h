@@ -23,7 +23,7 @@ using ErrorCodeValue = std::pair<std::uint64_t, std::int32_t>;
 class ARA_EXPORT DeserializerBase {
 public:
     /// The node's byte order when one is attached, else the configuration's.
-    ByteOrder Order() const noexcept { return node_ ? node_->byteOrder : config_.byteOrder; }
+    [[nodiscard]] ByteOrder Order() const noexcept { return node_ ? node_->byteOrder : config_.byteOrder; }
 
 protected:
     DeserializerBase(const unsigned char* data,
@@ -59,10 +59,10 @@ public:
         : DeserializerBase(data, size, config, std::move(node), position) {}
 
     /// 17, or SERIALIZE_SIZE_ERROR.
-    std::uint64_t GetSize() const;
+    [[nodiscard]] std::uint64_t GetSize() const;
     /// (domain id, code); fields that cannot be read stay 0. Call only after GetSize succeeded.
-    ErrorCodeValue GetValue() const { return GetValueHelper(); }
-    ErrorCodeValue GetValueHelper() const;
+    [[nodiscard]] ErrorCodeValue GetValue() const { return GetValueHelper(); }
+    [[nodiscard]] ErrorCodeValue GetValueHelper() const;
 };
 
 /// `ara::core::String`: length field, mark EF BB BF, characters, terminator 00 (raw: characters
@@ -77,11 +77,11 @@ public:
                  std::uint64_t position = 0U);
 
     /// Length field + mark + characters + terminator, or SERIALIZE_SIZE_ERROR.
-    std::uint64_t GetSize() const;
+    [[nodiscard]] std::uint64_t GetSize() const;
     /// The characters; empty when the stream was refused.
-    ara::core::String GetValue() const;
+    [[nodiscard]] ara::core::String GetValue() const;
     /// Padding bytes that follow the value (not part of GetSize).
-    std::uint64_t GetPadding() const noexcept { return padding_; }
+    [[nodiscard]] std::uint64_t GetPadding() const noexcept { return padding_; }
 
 private:
     void SetDataLength();
@@ -105,8 +105,8 @@ public:
         : DeserializerBase(data, size, config, std::move(node), position) {}
 
     /// 1, or SERIALIZE_SIZE_ERROR when no byte is available.
-    std::uint64_t GetSize() const;
-    bool GetValue() const;
+    [[nodiscard]] std::uint64_t GetSize() const;
+    [[nodiscard]] bool GetValue() const;
 };
 
 /// `ara::exec::Process`: optional structure length field, then the members (four strings,
@@ -122,9 +122,9 @@ public:
                  std::uint64_t position = 0U)
         : DeserializerBase(data, size, config, std::move(node), position) {}
 
-    std::uint64_t GetSize() const;
+    [[nodiscard]] std::uint64_t GetSize() const;
     /// The decoded process; members that cannot be decoded keep their defaults.
-    ara::exec::Process GetValue() const;
+    [[nodiscard]] ara::exec::Process GetValue() const;
 };
 
 /// `std::vector<ara::exec::Process>`: container length field (byte length of the elements),
@@ -139,9 +139,9 @@ public:
                  std::uint64_t position = 0U)
         : DeserializerBase(data, size, config, std::move(node), position) {}
 
-    std::uint64_t GetSize() const;
+    [[nodiscard]] std::uint64_t GetSize() const;
     /// The elements decoded before the first one that does not fit.
-    std::vector<ara::exec::Process> GetValue() const;
+    [[nodiscard]] std::vector<ara::exec::Process> GetValue() const;
 };
 
 }  // namespace kelp::serialize::someip

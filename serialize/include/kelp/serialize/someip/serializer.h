@@ -27,7 +27,7 @@ ARA_EXPORT void LogScalarCopyFailure();
 class ARA_EXPORT SerializerBase {
 public:
     /// Byte order of the value: the node's when one is attached, else the configuration's.
-    ByteOrder Order() const noexcept { return node_ ? node_->byteOrder : config_.byteOrder; }
+    [[nodiscard]] ByteOrder Order() const noexcept { return node_ ? node_->byteOrder : config_.byteOrder; }
     std::uint64_t Position() const noexcept { return position_; }
 
 protected:
@@ -59,8 +59,8 @@ public:
                std::uint64_t position = 0U)
         : SerializerBase(config, std::move(node), room, position), value_(&value) {}
 
-    std::uint64_t GetSize() const noexcept { return sizeof(T); }
-    std::uint64_t GetSizeHelper() const noexcept { return sizeof(T); }
+    [[nodiscard]] std::uint64_t GetSize() const noexcept { return sizeof(T); }
+    [[nodiscard]] std::uint64_t GetSizeHelper() const noexcept { return sizeof(T); }
     void Serialize(unsigned char* buffer) const { SerializeHelper<T>(buffer); }
 
     template <typename U>
@@ -107,9 +107,9 @@ public:
 
     /// Bytes the string takes, padding included, or SERIALIZE_SIZE_ERROR when the payload does
     /// not fit the length field. Records the chosen length-field size and the padding.
-    std::uint64_t GetSize();
+    [[nodiscard]] std::uint64_t GetSize();
     /// As GetSize, for a string of `characters` characters (the value itself is not read).
-    std::uint64_t GetSizeHelper(std::uint64_t characters);
+    [[nodiscard]] std::uint64_t GetSizeHelper(std::uint64_t characters);
     /// Writes the string; computes the size first when GetSize was not called. Padding bytes
     /// are not written.
     void Serialize(unsigned char* buffer);
@@ -120,7 +120,7 @@ public:
     bool IsRaw() const noexcept { return node_ ? node_->rawString : config_.rawString; }
 
     /// Largest payload (mark, characters and terminator) a static length field can carry.
-    static std::uint64_t MaxPayload(std::uint64_t lengthFieldSize) noexcept;
+    [[nodiscard]] static std::uint64_t MaxPayload(std::uint64_t lengthFieldSize) noexcept;
 
 private:
     const ara::core::String* value_;
@@ -145,7 +145,7 @@ public:
                std::uint64_t position = 0U)
         : SerializerBase(config, std::move(node), room, position), value_(&value) {}
 
-    std::uint64_t GetSize();
+    [[nodiscard]] std::uint64_t GetSize();
     void Serialize(unsigned char* buffer);
 
 private:
@@ -166,7 +166,7 @@ public:
                std::uint64_t position = 0U)
         : SerializerBase(config, std::move(node), room, position), value_(&value) {}
 
-    std::uint64_t GetSize();
+    [[nodiscard]] std::uint64_t GetSize();
     void Serialize(unsigned char* buffer);
 
 private:
@@ -196,7 +196,7 @@ public:
                std::uint64_t position = 0U)
         : SerializerBase(config, std::move(node), room, position), domainId_(domainId), code_(code) {}
 
-    std::uint64_t GetSize() const noexcept;
+    [[nodiscard]] std::uint64_t GetSize() const noexcept;
     void Serialize(unsigned char* buffer) const;
 
 private:
