@@ -5,6 +5,7 @@
 
 #include "ara/core/memcpy_s.h"
 #include "ara/quill/common/log/log.h"
+#include "error_payload_check.h"
 #include "kelp/serialize/dds/deserializer.h"
 
 namespace kelp::serialize::dds {
@@ -99,25 +100,11 @@ private:
 // ---- ara::core::ErrorCode ---------------------------------------------------------------
 
 std::uint64_t Deserializer<ara::core::ErrorCode>::GetSize() const {
-    const auto log = Log::GetLog("CM");
-    if (size_ < ERROR_CODE_PAYLOAD_SIZE) {
-        log->error() << "[DDSSerializeErrorCode][Construct deserialization for ErrorCode failed, invalid size "
-                        "parameter]";
-        return SERIALIZE_SIZE_ERROR;
-    }
-    unsigned char kind = 0U;
-    if (memcpy_s(&kind, sizeof(kind), data_ + 4, sizeof(kind)) != 0) {
-        log->error() << "[DDS Deserializer ErrorCode] Memory copy return error, Invalid deserialization.";
-    }
-    if (kind != ERROR_CODE_KIND) {
-        log->error() << "Construct deserialization for ErrorCode failed, invalid type of ErrorCode!";
-        return SERIALIZE_SIZE_ERROR;
-    }
-    if (size_ != ERROR_CODE_PAYLOAD_SIZE) {
-        log->error() << "Construct deserialization for ErrorCode failed, invalid size parameter!";
-        return SERIALIZE_SIZE_ERROR;
-    }
-    return ERROR_CODE_PAYLOAD_SIZE;
+    return detail::CheckErrorPayload(
+        data_,
+        size_,
+        {"[DDSSerializeErrorCode][Construct deserialization for ErrorCode failed, invalid size parameter]",
+         "[DDS Deserializer ErrorCode] Memory copy return error, Invalid deserialization."});
 }
 
 ErrorCodeValue Deserializer<ara::core::ErrorCode>::GetValueHelper() const {
