@@ -35,6 +35,25 @@ std::uint64_t MaxLength(std::uint64_t size) noexcept {
     }
 }
 
+/// Fills the leading length field (if any) of a structure or container that ends at `end`
+/// bytes from `start`; returns `end`, or SERIALIZE_SIZE_ERROR when the length does not fit.
+std::uint64_t CloseLengthField(unsigned char* buffer,
+                               std::uint64_t start,
+                               std::uint64_t end,
+                               std::uint64_t lengthFieldSize,
+                               ByteOrder order) {
+    const std::uint64_t length = end - lengthFieldSize;
+    if (lengthFieldSize != 0U) {
+        if (length > MaxLength(lengthFieldSize)) {
+            return SERIALIZE_SIZE_ERROR;
+        }
+        if (buffer != nullptr) {
+            TlvSerializeHelper::CopyLengthField(buffer + start, length, lengthFieldSize, order);
+        }
+    }
+    return end;
+}
+
 void WriteTag(unsigned char* buffer, std::uint64_t room, std::uint16_t tag, ByteOrder order) {
     const std::uint16_t wire = serialize::detail::ToOrder(tag, order);
     if (buffer == nullptr || memcpy_s(buffer, room, &wire, sizeof(wire)) != 0) {
@@ -239,16 +258,7 @@ std::uint64_t Serializer<ara::exec::Process>::Layout(unsigned char* buffer) {
     }
     offset += flag.GetSize();
 
-    const std::uint64_t length = offset - lengthFieldSize;
-    if (lengthFieldSize != 0U) {
-        if (length > MaxLength(lengthFieldSize)) {
-            return SERIALIZE_SIZE_ERROR;
-        }
-        if (buffer != nullptr) {
-            TlvSerializeHelper::CopyLengthField(buffer + position_, length, lengthFieldSize, Order());
-        }
-    }
-    return offset;
+    return CloseLengthField(buffer, position_, offset, lengthFieldSize, Order());
 }
 
 // ---- std::vector<ara::exec::Process> ----------------------------------------------------
@@ -285,16 +295,7 @@ std::uint64_t Serializer<std::vector<ara::exec::Process>>::Layout(unsigned char*
         }
         offset += size;
     }
-    const std::uint64_t length = offset - lengthFieldSize;
-    if (lengthFieldSize != 0U) {
-        if (length > MaxLength(lengthFieldSize)) {
-            return SERIALIZE_SIZE_ERROR;
-        }
-        if (buffer != nullptr) {
-            TlvSerializeHelper::CopyLengthField(buffer + position_, length, lengthFieldSize, Order());
-        }
-    }
-    return offset;
+    return CloseLengthField(buffer, position_, offset, lengthFieldSize, Order());
 }
 
 // ---- ara::core::ErrorCode ---------------------------------------------------------------
