@@ -3,7 +3,7 @@
 # hidden symbols), and tests linked against the static twins.
 
 set(ARA_EXEC_WARNINGS -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
-                      -Woverloaded-virtual -Wcast-align -Wnull-dereference)
+                      -Woverloaded-virtual -Wcast-align)
 if(ARA_EXEC_WERROR)
   list(APPEND ARA_EXEC_WARNINGS -Werror)
 endif()
