@@ -52,8 +52,9 @@ function(ara_exec_add_shared_library)
   target_include_directories(${ARG_NAME} INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   get_target_property(build_dirs ${ARG_HEADERS} INTERFACE_INCLUDE_DIRECTORIES)
   target_include_directories(${ARG_NAME} INTERFACE ${build_dirs})
+  # $ORIGIN: an installed library finds its sibling libraries wherever the prefix is.
   set_target_properties(${ARG_NAME} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
-                                               CXX_VISIBILITY_PRESET hidden)
+                                               CXX_VISIBILITY_PRESET hidden INSTALL_RPATH "$ORIGIN")
   target_link_options(${ARG_NAME} PRIVATE -Wl,--no-undefined)
   ara_exec_apply_sanitizer(${ARG_NAME})
 
