@@ -17,7 +17,9 @@ constexpr ExecErrorDomain g_execErrorDomain;
 ExecException::ExecException(ara::core::ErrorCode errorCode) noexcept : ara::core::Exception(errorCode) {}
 ExecException::~ExecException() = default;
 
-const char* ExecErrorDomain::Name() const noexcept { return "Exec"; }
+const char* ExecErrorDomain::Name() const noexcept {
+    return "Exec";
+}
 
 const char* ExecErrorDomain::Message(CodeType errorCode) const noexcept {
     static std::map<CodeType, std::string> mapCode{
@@ -43,7 +45,9 @@ void ExecErrorDomain::ThrowAsException(const ara::core::ErrorCode& errorCode) co
     throw ExecException(errorCode);
 }
 
-const ara::core::ErrorDomain& GetExecErrorDomain() noexcept { return g_execErrorDomain; }
+const ara::core::ErrorDomain& GetExecErrorDomain() noexcept {
+    return g_execErrorDomain;
+}
 
 }  // namespace ara::exec
 
@@ -56,7 +60,9 @@ constexpr FutureErrorDomain g_futureErrorDomain;
 CoreException::CoreException(ErrorCode err) noexcept : Exception(err) {}
 CoreException::~CoreException() = default;
 
-const char* CoreErrorDomain::Name() const noexcept { return "Core"; }
+const char* CoreErrorDomain::Name() const noexcept {
+    return "Core";
+}
 
 const char* CoreErrorDomain::Message(CodeType errorCode) const noexcept {
     switch (static_cast<CoreErrc>(errorCode)) {
@@ -75,12 +81,16 @@ void CoreErrorDomain::ThrowAsException(const ErrorCode& errorCode) const noexcep
     throw CoreException(errorCode);
 }
 
-const ErrorDomain& GetCoreErrorDomain() noexcept { return g_coreErrorDomain; }
+const ErrorDomain& GetCoreErrorDomain() noexcept {
+    return g_coreErrorDomain;
+}
 
 FutureException::FutureException(ErrorCode err) noexcept : Exception(err) {}
 FutureException::~FutureException() = default;
 
-const char* FutureErrorDomain::Name() const noexcept { return "Future"; }
+const char* FutureErrorDomain::Name() const noexcept {
+    return "Future";
+}
 
 const char* FutureErrorDomain::Message(CodeType errorCode) const noexcept {
     switch (static_cast<future_errc>(errorCode)) {
@@ -101,6 +111,8 @@ void FutureErrorDomain::ThrowAsException(const ErrorCode& errorCode) const noexc
     throw FutureException(errorCode);
 }
 
-const ErrorDomain& GetFutureErrorDomain() noexcept { return g_futureErrorDomain; }
+const ErrorDomain& GetFutureErrorDomain() noexcept {
+    return g_futureErrorDomain;
+}
 
 }  // namespace ara::core

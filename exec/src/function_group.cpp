@@ -12,8 +12,12 @@ ara::core::Result<FunctionGroup::CtorToken> FunctionGroup::Preconstruct(ara::cor
 FunctionGroup::FunctionGroup(CtorToken&& token) noexcept : metaModel_(token.MetaModel()) {}
 FunctionGroup::~FunctionGroup() noexcept = default;
 
-bool FunctionGroup::operator==(const FunctionGroup& other) const noexcept { return metaModel_ == other.metaModel_; }
-bool FunctionGroup::operator!=(const FunctionGroup& other) const noexcept { return !(*this == other); }
+bool FunctionGroup::operator==(const FunctionGroup& other) const noexcept {
+    return metaModel_ == other.metaModel_;
+}
+bool FunctionGroup::operator!=(const FunctionGroup& other) const noexcept {
+    return !(*this == other);
+}
 
 ara::core::Result<FunctionGroupState::CtorToken> FunctionGroupState::Preconstruct(
     const FunctionGroup& functionGroup, ara::core::StringView metaModel) noexcept {
@@ -27,6 +31,8 @@ FunctionGroupState::~FunctionGroupState() noexcept = default;
 bool FunctionGroupState::operator==(const FunctionGroupState& other) const noexcept {
     return functionGroup_ == other.functionGroup_ && state_ == other.state_;
 }
-bool FunctionGroupState::operator!=(const FunctionGroupState& other) const noexcept { return !(*this == other); }
+bool FunctionGroupState::operator!=(const FunctionGroupState& other) const noexcept {
+    return !(*this == other);
+}
 
 }  // namespace ara::exec

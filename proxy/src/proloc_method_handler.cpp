@@ -46,8 +46,7 @@ unsigned char* ProlocMethodHandler::AllocateRequestBuffer(const std::shared_ptr<
 bool ProlocMethodHandler::SendRequest(const unsigned char* payload, std::uint32_t /*size*/, std::uint16_t sessionId) {
     const auto server = ProlocServerRegistry::Instance().Find(index_);
     if (!server || !server->onRequest) {
-        logger_->warn() << "[ProlocMethodHandler][No process-local server for method][" << GetProlocInfo(index_)
-                        << "]";
+        logger_->warn() << "[ProlocMethodHandler][No process-local server for method][" << GetProlocInfo(index_) << "]";
         return false;
     }
     const std::weak_ptr<ProlocMethodHandler> weakSelf = weak_from_this();
@@ -88,9 +87,13 @@ void ProlocMethodHandler::ReturnBuffer(const unsigned char* payload) {
     }
 }
 
-serialize::SerializeType ProlocMethodHandler::GetSerializeType() const { return serialize::SerializeType::kDds; }
+serialize::SerializeType ProlocMethodHandler::GetSerializeType() const {
+    return serialize::SerializeType::kDds;
+}
 
-const serialize::SerializeConfig& ProlocMethodHandler::GetSerializeConfig() const { return config_; }
+const serialize::SerializeConfig& ProlocMethodHandler::GetSerializeConfig() const {
+    return config_;
+}
 
 void ProlocMethodHandler::SetMethodStateChangeHandler(StateChangeHandler handler) {
     const std::lock_guard<std::mutex> lock(mutex_);

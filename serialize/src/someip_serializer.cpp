@@ -37,11 +37,8 @@ std::uint64_t MaxLength(std::uint64_t size) noexcept {
 
 /// Fills the leading length field (if any) of a structure or container that ends at `end`
 /// bytes from `start`; returns `end`, or SERIALIZE_SIZE_ERROR when the length does not fit.
-std::uint64_t CloseLengthField(unsigned char* buffer,
-                               std::uint64_t start,
-                               std::uint64_t end,
-                               std::uint64_t lengthFieldSize,
-                               ByteOrder order) {
+std::uint64_t CloseLengthField(
+    unsigned char* buffer, std::uint64_t start, std::uint64_t end, std::uint64_t lengthFieldSize, ByteOrder order) {
     const std::uint64_t length = end - lengthFieldSize;
     if (lengthFieldSize != 0U) {
         if (length > MaxLength(lengthFieldSize)) {

@@ -1,9 +1,9 @@
 // Bounds-checked copy, error codes compared by domain id, and the abort path.
+#include <gtest/gtest.h>
+
 #include <array>
 #include <cstdint>
 #include <cstring>
-
-#include <gtest/gtest.h>
 
 #include "ara/core/abort.h"
 #include "ara/core/error_code.h"
@@ -16,7 +16,7 @@ struct MemcpyCase {
     const char* name;
     std::size_t destOffset;  // where the copy lands in the 16-byte buffer
     std::size_t room;
-    std::size_t srcOffset;   // SIZE_MAX: from a separate buffer
+    std::size_t srcOffset;  // SIZE_MAX: from a separate buffer
     std::size_t count;
     bool nullDest;
     bool nullSrc;

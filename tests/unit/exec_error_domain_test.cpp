@@ -1,13 +1,14 @@
 // Message tables, names, ids and exceptions of the Exec, Core and Future domains.
+#include "ara/exec/exec_error_domain.h"
+
+#include <gtest/gtest.h>
+
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "ara/core/core_error_domain.h"
 #include "ara/core/future_error_domain.h"
-#include "ara/exec/exec_error_domain.h"
 #include "ara/exec/execution_state.h"
 
 namespace {
@@ -56,7 +57,8 @@ TEST(ExecErrorDomainTest, ConcurrentLookupsOfNewCodesAreSafe) {
         threads.emplace_back([&domain, t] {
             for (int i = 0; i < 500; ++i) {
                 EXPECT_STREQ(domain.Message(1000 + (i * 4) + t), "");
-                EXPECT_STREQ(domain.Message(7), "Execution Management is busy and cannot provide requested information");
+                EXPECT_STREQ(domain.Message(7),
+                             "Execution Management is busy and cannot provide requested information");
             }
         });
     }
@@ -124,8 +126,7 @@ TEST(ErrorDomainTest, ThrowAsExceptionThrowsTheDomainsException) {
     }
     EXPECT_THROW(ara::core::ErrorCode(ara::core::CoreErrc::kInvalidArgument).ThrowAsException(),
                  ara::core::CoreException);
-    EXPECT_THROW(ara::core::ErrorCode(ara::core::future_errc::kNoState).ThrowAsException(),
-                 ara::core::FutureException);
+    EXPECT_THROW(ara::core::ErrorCode(ara::core::future_errc::kNoState).ThrowAsException(), ara::core::FutureException);
     try {
         ara::core::ErrorCode(ara::core::future_errc::kBrokenPromise).ThrowAsException();
     } catch (const std::exception& e) {

@@ -1,9 +1,10 @@
 // FunctionGroup and FunctionGroupState: tokens, views that copy nothing, comparison.
-#include <string>
+#include "ara/exec/function_group.h"
 
 #include <gtest/gtest.h>
 
-#include "ara/exec/function_group.h"
+#include <string>
+
 #include "ara/exec/function_group_state.h"
 
 namespace {
@@ -42,8 +43,12 @@ TEST(FunctionGroupTest, EqualityIsByteWise) {
         const char* other;
         bool equal;
     };
-    const Row rows[] = {{"/fg/Machine", true},  {"/fg/Machin", false}, {"/fg/Machine/", false},
-                        {"/FG/Machine", false}, {"/fg//Machine", false}, {"", false}};
+    const Row rows[] = {{"/fg/Machine", true},
+                        {"/fg/Machin", false},
+                        {"/fg/Machine/", false},
+                        {"/FG/Machine", false},
+                        {"/fg//Machine", false},
+                        {"", false}};
     const FunctionGroup group = MakeGroup(a);
     EXPECT_TRUE(group == MakeGroup(sameTextOtherBuffer));
     for (const Row& row : rows) {
@@ -70,8 +75,12 @@ TEST(FunctionGroupStateTest, CopiesBothViewsAndComparesGroupThenState) {
         bool equal;
     };
     const Row rows[] = {
-        {&machine, "Running", true},       {&machine, "Off", false},         {&other, "Running", false},
-        {&machinePrefix, "Running", false}, {&machine, "Running ", false}, {&machine, "", false},
+        {&machine, "Running", true},
+        {&machine, "Off", false},
+        {&other, "Running", false},
+        {&machinePrefix, "Running", false},
+        {&machine, "Running ", false},
+        {&machine, "", false},
     };
     for (const Row& row : rows) {
         const FunctionGroup group = MakeGroup(*row.group);

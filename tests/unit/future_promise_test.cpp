@@ -1,4 +1,7 @@
 // ara::core::Future and Promise: results, standard future errors, continuations and their threads.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -12,9 +15,6 @@
 #include <thread>
 #include <utility>
 #include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "ara/core/core_error_domain.h"
 #include "ara/core/future.h"
@@ -89,7 +89,8 @@ TEST(FutureStatusMappingTest, DeferredPrintsTheDiagnosticAndTimesOut) {
     } rows[] = {
         {std::future_status::ready, future_status::kReady, ""},
         {std::future_status::timeout, future_status::kTimeout, ""},
-        {deferredStatus, future_status::kTimeout,
+        {deferredStatus,
+         future_status::kTimeout,
          "[CORETYPE Future]: Error, Invlid future_status of Future, rerutn default value: timeout\n"},
     };
     for (const auto& row : rows) {

@@ -1,6 +1,8 @@
 // Reply path of the method proxy: values and errors in both encodings, malformed payloads,
 // unknown and repeated sessions, TLS notices, E2E results, registered / dynamic /
 // unregistered error codes.
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -8,8 +10,6 @@
 #include <random>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "ara/exec/exec_error_domain.h"
 #include "ara_test/fake_method_handler.h"
@@ -185,8 +185,7 @@ TEST(MethodProxyReplyTest, UnknownAndRepeatedSessionsOnlyWarn) {
     bound.driver->Deliver(bound.driver->MakeReply(1U, ok));
     EXPECT_EQ(future.get().Value(), "y");
     bound.driver->Deliver(bound.driver->MakeReply(1U, ok));
-    EXPECT_TRUE(
-        capture.Contains("[MethodProxyImpl][Invalid method reply for method][methodEntityId=11, sessionId=1]"));
+    EXPECT_TRUE(capture.Contains("[MethodProxyImpl][Invalid method reply for method][methodEntityId=11, sessionId=1]"));
     EXPECT_EQ(bound.driver->OutstandingReplyBuffers(), 0U);
 }
 
@@ -197,8 +196,8 @@ TEST(MethodProxyReplyTest, TlsFailureNoticeFailsItsSessionWithPeerUnreachable) {
     bound.driver->Deliver(bound.driver->MakeReply(1U, {}, false, false));
     EXPECT_THAT(future.get(), HasError(ComErrc::kPeerIsUnreachable));
     EXPECT_STREQ(ara::core::ErrorCode(ComErrc::kPeerIsUnreachable).Domain().Message(5), "");
-    EXPECT_TRUE(capture.Contains(
-        "[MethodProxyImpl][TLS error code kPeerIsUnreachable is set][methodEntityId=2, sessionId=1]"));
+    EXPECT_TRUE(
+        capture.Contains("[MethodProxyImpl][TLS error code kPeerIsUnreachable is set][methodEntityId=2, sessionId=1]"));
     const log::CaptureSink fresh;  // a new capture opens new rate-limit windows
     bound.driver->Deliver(bound.driver->MakeReply(42U, {}, false, false));
     EXPECT_TRUE(fresh.Contains("[MethodProxyImpl][Unexpected session id][sessionId=42, methodEntityId=2]"));
@@ -329,8 +328,9 @@ TEST(ErrorReplyTest, SecondRegistrationWarnsButTheFirstStays) {
     auto bound = MakeBound<void>(SerializeType::kSomeip);
     bound.proxy->RegisterError(ara::core::ErrorCode(ara::exec::ExecErrc::kFailed, 1));
     bound.proxy->RegisterError(ara::core::ErrorCode(ara::exec::ExecErrc::kFailed, 2));
-    EXPECT_TRUE(capture.Contains("The same error code with domain Id 9223372036854776576 error code 6 is already "
-                                 "registered. New error code will replace the old one"));
+    EXPECT_TRUE(
+        capture.Contains("The same error code with domain Id 9223372036854776576 error code 6 is already "
+                         "registered. New error code will replace the old one"));
     auto future = bound.proxy->Request(1, ara::exec::ExecutionState::kRunning);
     bound.driver->Deliver(bound.driver->MakeReply(1U, ErrorPayload(0x8000000000000300ULL, 6, true), true));
     auto result = future.get();

@@ -1,5 +1,7 @@
 // Many callers against one proxy whose driver answers from its own thread in random order:
 // every future gets exactly its own reply.
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
@@ -11,8 +13,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "ara_test/fake_method_handler.h"
 #include "kelp/brio/method_proxy_impl.h"

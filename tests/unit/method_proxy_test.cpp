@@ -1,12 +1,12 @@
 // Request path of the method proxy: session ids, failures, fire-and-forget, error
 // registration, waiting-promise release, driver hand-over.
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "ara/core/future_error_domain.h"
 #include "ara/exec/exec_error_domain.h"

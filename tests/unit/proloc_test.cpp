@@ -1,5 +1,7 @@
 // Process-local transport: round trips for every argument list through the parked-object
 // memories, loans handed back, and the memories' own bookkeeping.
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -7,8 +9,6 @@
 #include <string>
 #include <tuple>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "ara/exec/exec_error_domain.h"
 #include "ara/exec/execution_state.h"
@@ -33,7 +33,8 @@ namespace log = ara::quill::common::log;
 template <typename R, typename... Args, typename Handler>
 void RegisterServer(const ProlocEntityIndex& index, Handler handler) {
     auto server = std::make_shared<ProlocServerMethod>();
-    server->onRequest = [index, handler](const unsigned char* request, std::uint16_t /*sessionId*/,
+    server->onRequest = [index, handler](const unsigned char* request,
+                                         std::uint16_t /*sessionId*/,
                                          const ProlocServerMethod::ReplySender& reply) {
         const auto requests = ProlocMemoryFactory::GetMethodRequestInstance<Args...>();
         const auto arguments = requests->Get(request, index);
@@ -119,9 +120,8 @@ TEST_F(ProlocRoundTripTest, EveryArgumentListAndResultTypeTravelsWithoutSerializ
     EXPECT_THAT(MakeProlocProxy<void>(restart)->Request(String("app"), true).get(), IsOk());
 
     const auto getState = Index(6U);
-    RegisterServer<String, String>(getState, [](const String& group) {
-        return Result<String, ara::core::ErrorCode>(group + ":Running");
-    });
+    RegisterServer<String, String>(
+        getState, [](const String& group) { return Result<String, ara::core::ErrorCode>(group + ":Running"); });
     auto stateResult = MakeProlocProxy<String>(getState)->Request(String("MachineFG")).get();
     ASSERT_TRUE(stateResult.HasValue());
     EXPECT_EQ(stateResult.Value(), "MachineFG:Running");

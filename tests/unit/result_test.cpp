@@ -1,9 +1,10 @@
 // ara::core::Result: thrown domain exceptions and the abort paths of the accessors.
+#include "ara/core/result.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "ara/core/future_error_domain.h"
-#include "ara/core/result.h"
 #include "ara/core/string.h"
 #include "ara/exec/exec_error_domain.h"
 

@@ -28,7 +28,9 @@ E2EException::~E2EException() = default;
 DynamicException::DynamicException(ara::core::ErrorCode err) noexcept : ara::core::Exception(err) {}
 DynamicException::~DynamicException() = default;
 
-const char* ComErrorDomain::Name() const noexcept { return "Com"; }
+const char* ComErrorDomain::Name() const noexcept {
+    return "Com";
+}
 
 const char* ComErrorDomain::Message(CodeType errorCode) const noexcept {
     static std::map<CodeType, std::string> table{
@@ -48,7 +50,9 @@ void ComErrorDomain::ThrowAsException(const ara::core::ErrorCode& errorCode) con
     throw ComException(errorCode);
 }
 
-const char* E2EErrorDomain::Name() const noexcept { return "E2E"; }
+const char* E2EErrorDomain::Name() const noexcept {
+    return "E2E";
+}
 
 const char* E2EErrorDomain::Message(CodeType errorCode) const noexcept {
     static std::map<CodeType, std::string> table{
@@ -67,7 +71,9 @@ void E2EErrorDomain::ThrowAsException(const ara::core::ErrorCode& errorCode) con
     throw E2EException(errorCode);
 }
 
-const char* DynamicErrorDomain::Name() const noexcept { return "Dynamic"; }
+const char* DynamicErrorDomain::Name() const noexcept {
+    return "Dynamic";
+}
 
 const char* DynamicErrorDomain::Message(CodeType /*errorCode*/) const noexcept {
     return "Dynamic error domain doesn't support message output";
@@ -77,7 +83,11 @@ void DynamicErrorDomain::ThrowAsException(const ara::core::ErrorCode& errorCode)
     throw DynamicException(errorCode);
 }
 
-const ara::core::ErrorDomain& GetComErrorDomain() noexcept { return g_comErrorDomain; }
-const ara::core::ErrorDomain& GetE2EErrorDomain() noexcept { return g_e2eErrorDomain; }
+const ara::core::ErrorDomain& GetComErrorDomain() noexcept {
+    return g_comErrorDomain;
+}
+const ara::core::ErrorDomain& GetE2EErrorDomain() noexcept {
+    return g_e2eErrorDomain;
+}
 
 }  // namespace kelp::brio::api::types

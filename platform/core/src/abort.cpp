@@ -10,7 +10,9 @@ namespace {
 std::atomic<AbortHandler> g_abortHandler{nullptr};
 }  // namespace
 
-AbortHandler SetAbortHandler(AbortHandler handler) noexcept { return g_abortHandler.exchange(handler); }
+AbortHandler SetAbortHandler(AbortHandler handler) noexcept {
+    return g_abortHandler.exchange(handler);
+}
 
 void Abort(const char* text) noexcept {
     std::fprintf(stderr, "[ara::core::Abort] %s\n", text != nullptr ? text : "");

@@ -5,6 +5,8 @@ namespace ara::core {
 
 Exception::~Exception() = default;
 
-const char* Exception::what() const noexcept { return errorCode_.Domain().Message(errorCode_.Value()); }
+const char* Exception::what() const noexcept {
+    return errorCode_.Domain().Message(errorCode_.Value());
+}
 
 }  // namespace ara::core

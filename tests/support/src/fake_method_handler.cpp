@@ -182,8 +182,7 @@ void FakeMethodHandler::UnsetMethodStateChangeHandler() {
     stateHandler_ = nullptr;
 }
 
-void FakeMethodHandler::SetMethodProxyStats(
-    const std::shared_ptr<kelp::brio::utils::stats::MethodProxyStats>& stats) {
+void FakeMethodHandler::SetMethodProxyStats(const std::shared_ptr<kelp::brio::utils::stats::MethodProxyStats>& stats) {
     const std::lock_guard<std::mutex> lock(mutex_);
     stats_ = stats;
 }

@@ -10,9 +10,9 @@ namespace ara::exec {
 struct Process {
     ara::core::String processName;        ///< the process's short name in the machine manifest
     ara::core::String functionGroupName;  ///< the Function Group whose states start it
-    ara::core::String processState;       ///< lifecycle state: "Idle", "Starting", "Running", "Terminating", "Terminated"
-    ara::core::String executionState;     ///< last reported execution state name, "" before the first report
-    bool isRunning{false};                ///< true while the OS process exists
+    ara::core::String processState;    ///< lifecycle state: "Idle", "Starting", "Running", "Terminating", "Terminated"
+    ara::core::String executionState;  ///< last reported execution state name, "" before the first report
+    bool isRunning{false};             ///< true while the OS process exists
 
     bool operator==(const Process& other) const {
         return processName == other.processName && functionGroupName == other.functionGroupName &&

@@ -149,8 +149,7 @@ private:
 
 }  // namespace ara::core
 
-#include "ara/core/promise.h"  // NOLINT(llvm-include-order): then() needs the complete Promise
-
 #include "ara/core/detail/future.inl"
+#include "ara/core/promise.h"  // NOLINT(llvm-include-order): then() needs the complete Promise
 
 #endif

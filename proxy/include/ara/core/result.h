@@ -24,7 +24,7 @@ public:
     using value_type = T;
     using error_type = E;
 
-    Result(const T& t) : data_(std::in_place_index<0>, t) {}     // NOLINT(google-explicit-constructor): AUTOSAR API
+    Result(const T& t) : data_(std::in_place_index<0>, t) {}        // NOLINT(google-explicit-constructor): AUTOSAR API
     Result(T&& t) : data_(std::in_place_index<0>, std::move(t)) {}  // NOLINT(google-explicit-constructor): AUTOSAR API
     explicit Result(const E& e) : data_(std::in_place_index<1>, e) {}
     explicit Result(E&& e) : data_(std::in_place_index<1>, std::move(e)) {}

@@ -15,8 +15,7 @@ public:
     /// From an enumerator of a domain: uses the MakeErrorCode overload found next to the
     /// enumeration (argument-dependent lookup).
     template <typename EnumT, typename = std::enable_if_t<std::is_enum<EnumT>::value>>
-    constexpr ErrorCode(EnumT e, ErrorDomain::SupportDataType data = 0) noexcept
-        : ErrorCode(MakeErrorCode(e, data)) {}
+    constexpr ErrorCode(EnumT e, ErrorDomain::SupportDataType data = 0) noexcept : ErrorCode(MakeErrorCode(e, data)) {}
 
     constexpr ErrorCode(ErrorDomain::CodeType value,
                         const ErrorDomain& domain,

@@ -18,8 +18,8 @@ public:
     Continuation() noexcept = default;
 
     template <typename F, typename = std::enable_if_t<!std::is_same_v<std::decay_t<F>, Continuation>>>
-    explicit Continuation(F&& callable) : callable_(std::make_unique<Model<std::decay_t<F>>>(std::forward<F>(callable)))
-    {}
+    explicit Continuation(F&& callable)
+        : callable_(std::make_unique<Model<std::decay_t<F>>>(std::forward<F>(callable))) {}
 
     Continuation(Continuation&&) noexcept = default;
     Continuation& operator=(Continuation&&) noexcept = default;

@@ -141,8 +141,7 @@ void Future<T, E>::SetCallbackForResult(const std::shared_ptr<Promise<U, E>>& pr
     std::lock_guard<std::recursive_mutex> promiseLock(*promiseMutex);
     std::lock_guard<std::mutex> holderLock(holder->mutex);
     // A future without state (already read or already continued) has nothing to wait for.
-    const bool runNow =
-        !future_.valid() || future_.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    const bool runNow = !future_.valid() || future_.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
     holder->registeringThread = std::this_thread::get_id();
     if (runNow) {
         task = makeTask();

@@ -4,8 +4,8 @@
 
 #include <exception>
 #include <system_error>
-#include <type_traits>
 #include <thread>
+#include <type_traits>
 #include <utility>
 
 namespace ara::core {

@@ -31,8 +31,8 @@ template <typename T>
 MethodProxyImpl<T>::MethodProxyImpl(std::uint32_t entityId)
     : entityId_(entityId), logger_(ara::quill::common::log::Log::GetLog("CM")) {
     using api::types::ComErrc;
-    using com::e2exf::ProfileCheckStatus;
     using api::types::E2EErrorCode;
+    using com::e2exf::ProfileCheckStatus;
     const std::pair<ProfileCheckStatus, E2EErrorCode> e2eRows[] = {
         {ProfileCheckStatus::kRepeated, E2EErrorCode::kRepeated},
         {ProfileCheckStatus::kError, E2EErrorCode::kError},
@@ -195,7 +195,8 @@ typename MethodProxyImpl<T>::FutureType MethodProxyImpl<T>::Request(const Args&.
     const auto driver = std::atomic_load(&driver_);
     if (!driver) {
         logger_->warn("MethodProxy_Driver_Nullptr", detail::METHOD_PROXY_LOG_LIMIT)
-            << "[MethodProxyImpl]" << "[Method driver is nullptr, request failed][id=" << entityId_ << "]";
+            << "[MethodProxyImpl]"
+            << "[Method driver is nullptr, request failed][id=" << entityId_ << "]";
         FutureType future = promise->get_future();
         promise->SetError(detail::ComError(api::types::ComErrc::kNetworkBindingFailure));
         return future;
@@ -205,7 +206,8 @@ typename MethodProxyImpl<T>::FutureType MethodProxyImpl<T>::Request(const Args&.
     {
         const std::lock_guard<std::mutex> lock(sessionMutex_);
         // After 65535 the ids 0 and 1 are skipped.
-        sessionId_ = (sessionId_ == 0xFFFFU) ? static_cast<std::uint16_t>(2U) : static_cast<std::uint16_t>(sessionId_ + 1U);
+        sessionId_ =
+            (sessionId_ == 0xFFFFU) ? static_cast<std::uint16_t>(2U) : static_cast<std::uint16_t>(sessionId_ + 1U);
         sessionId = sessionId_;
     }
     const auto request = std::make_shared<api::types::MethodMsg>(api::types::MethodMsg::MakeRequest(sessionId));
@@ -219,9 +221,8 @@ typename MethodProxyImpl<T>::FutureType MethodProxyImpl<T>::Request(const Args&.
         });
         const ::kelp::driver::proloc::ProlocEntityIndex index = ProlocIndex(*info);
         const unsigned char* address = memory->Store(index, std::make_shared<std::tuple<Args...>>(args...));
-        return SavePromiseAndSendRequest(promise, sessionId, 0U, address, [&memory, &index, address] {
-            memory->ReturnLoan(address, index);
-        });
+        return SavePromiseAndSendRequest(
+            promise, sessionId, 0U, address, [&memory, &index, address] { memory->ReturnLoan(address, index); });
     }
 
     const kelp::serialize::SerializeConfig config = driver->GetSerializeConfig();
@@ -242,8 +243,8 @@ typename MethodProxyImpl<T>::FutureType MethodProxyImpl<T>::Request(const Args&.
     unsigned char* buffer = driver->AllocateRequestBuffer(request, static_cast<std::uint32_t>(size));
     if (buffer == nullptr && size != 0U) {
         logger_->warn("MethodProxy_Request_Failed", detail::METHOD_PROXY_LOG_LIMIT)
-            << "[MethodProxyImpl]" << "[Method request buffer allocation failed][id=" << entityId_
-            << ", size=" << size << "]";
+            << "[MethodProxyImpl]"
+            << "[Method request buffer allocation failed][id=" << entityId_ << ", size=" << size << "]";
         FutureType future = promise->get_future();
         promise->SetError(detail::ComError(api::types::ComErrc::kNetworkBindingFailure));
         CountStat(&utils::stats::MethodProxyStats::IncRequestFailed);
@@ -297,7 +298,8 @@ typename MethodProxyImpl<T>::FutureType MethodProxyImpl<T>::SavePromiseAndSendRe
     } else {
         CountStat(&utils::stats::MethodProxyStats::IncRequestFailed);
         logger_->warn("MethodProxy_Request_Failed", detail::METHOD_PROXY_LOG_LIMIT)
-            << "[MethodProxyImpl]" << "[Method request failed][id=" << entityId_ << "]";
+            << "[MethodProxyImpl]"
+            << "[Method request failed][id=" << entityId_ << "]";
         if (onSendFailed) {
             onSendFailed();
         }
@@ -340,13 +342,14 @@ void MethodProxyImpl<T>::OnDataAvailable(const std::shared_ptr<api::types::Metho
         // Only reports that the TLS handshake for this session failed.
         if (const auto promise = TakePromise(sessionId)) {
             logger_->warn("MethodProxyImpl_TlsShakeHandsCallback_2", detail::METHOD_PROXY_LOG_LIMIT)
-                << "[MethodProxyImpl]" << "[TLS error code kPeerIsUnreachable is set][methodEntityId=" << entityId_
+                << "[MethodProxyImpl]"
+                << "[TLS error code kPeerIsUnreachable is set][methodEntityId=" << entityId_
                 << ", sessionId=" << sessionId << "]";
             promise->SetError(detail::ComError(api::types::ComErrc::kPeerIsUnreachable));
         } else {
             logger_->warn("MethodProxyImpl_TlsShakeHandsCallback_2", detail::METHOD_PROXY_LOG_LIMIT)
-                << "[MethodProxyImpl]" << "[Unexpected session id][sessionId=" << sessionId
-                << ", methodEntityId=" << entityId_ << "]";
+                << "[MethodProxyImpl]"
+                << "[Unexpected session id][sessionId=" << sessionId << ", methodEntityId=" << entityId_ << "]";
         }
         return;
     }
@@ -363,8 +366,8 @@ void MethodProxyImpl<T>::OnDataAvailable(const std::shared_ptr<api::types::Metho
     const auto promise = TakePromise(sessionId);
     if (!promise) {
         logger_->warn("MethodProxy_Invalid_Reply", detail::METHOD_PROXY_LOG_LIMIT)
-            << "[MethodProxyImpl]" << "[Invalid method reply for method][methodEntityId=" << entityId_
-            << ", sessionId=" << sessionId << "]";
+            << "[MethodProxyImpl]"
+            << "[Invalid method reply for method][methodEntityId=" << entityId_ << ", sessionId=" << sessionId << "]";
         CountStat(&utils::stats::MethodProxyStats::IncReplyInvalid);
     } else {
         CountStat(msg->isErrorReply ? &utils::stats::MethodProxyStats::IncErrorReplyReceived
@@ -412,8 +415,9 @@ bool MethodProxyImpl<T>::DeserializeAndSetPromise(PromiseType& promise, const ap
     } else {
         const auto info = std::atomic_load(&methodInfo_);
         if (info && info->GetDriverType() == api::types::DriverType::PROLOC) {
-            const auto result = ::kelp::driver::proloc::ProlocMemoryFactory::GetMethodReplyInstance<T>()->GetReplyResult(
-                msg.payload, ProlocIndex(*info));
+            const auto result =
+                ::kelp::driver::proloc::ProlocMemoryFactory::GetMethodReplyInstance<T>()->GetReplyResult(
+                    msg.payload, ProlocIndex(*info));
             if (!result) {
                 return false;
             }
@@ -432,14 +436,15 @@ bool MethodProxyImpl<T>::DeserializeAndSetPromise(PromiseType& promise, const ap
         switch (driver->GetSerializeType()) {
             case kelp::serialize::SerializeType::kSomeip: {
                 // A list is decoded with the member configuration, a string with the method's.
-                const kelp::serialize::SerializeConfig config =
-                    std::is_same_v<T, ara::core::String> ? driver->GetSerializeConfig()
-                                                          : kelp::serialize::SerializeConfig{};
+                const kelp::serialize::SerializeConfig config = std::is_same_v<T, ara::core::String>
+                                                                    ? driver->GetSerializeConfig()
+                                                                    : kelp::serialize::SerializeConfig{};
                 kelp::serialize::someip::Deserializer<T> decoder(msg.payload, msg.payloadSize, config, replyNode);
                 return DecodeResult(promise, msg, decoder, "Someip");
             }
             case kelp::serialize::SerializeType::kDds: {
-                kelp::serialize::dds::Deserializer<T> decoder(msg.payload, msg.payloadSize, driver->GetSerializeConfig());
+                kelp::serialize::dds::Deserializer<T> decoder(
+                    msg.payload, msg.payloadSize, driver->GetSerializeConfig());
                 return DecodeResult(promise, msg, decoder, "DDS");
             }
             default:
@@ -502,8 +507,8 @@ bool MethodProxyImpl<T>::GetErrorCodeData(const api::types::MethodMsg& msg, api:
             break;
         }
         case kelp::serialize::SerializeType::kDds: {
-            const kelp::serialize::dds::Deserializer<ara::core::ErrorCode> decoder(msg.payload, msg.payloadSize,
-                                                                                  driver->GetSerializeConfig());
+            const kelp::serialize::dds::Deserializer<ara::core::ErrorCode> decoder(
+                msg.payload, msg.payloadSize, driver->GetSerializeConfig());
             if (decoder.GetSize() == kelp::serialize::SERIALIZE_SIZE_ERROR) {
                 return false;
             }
@@ -533,8 +538,8 @@ bool MethodProxyImpl<T>::DeserializeErrorCodeAndSetPromise(PromiseType& promise,
     if (registered != errorMap_.end()) {
         const ara::core::ErrorCode code = registered->second;
         lock.unlock();
-        logger_->verbose() << "Receive application error errorcode " << error.code << " error domain "
-                           << error.domainId << " for method " << GetMethodMessage();
+        logger_->verbose() << "Receive application error errorcode " << error.code << " error domain " << error.domainId
+                           << " for method " << GetMethodMessage();
         promise.SetError(code);
         return true;
     }

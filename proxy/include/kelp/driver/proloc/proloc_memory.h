@@ -110,7 +110,7 @@ public:
 
     /// The parked result at `address`, or null when the look-up fails (logged).
     std::shared_ptr<ara::core::Result<T, ara::core::ErrorCode>> GetReplyResult(const unsigned char* address,
-                                                                              const ProlocEntityIndex& index) const {
+                                                                               const ProlocEntityIndex& index) const {
         return this->Get(address, index);
     }
 };

@@ -41,8 +41,8 @@ public:
     std::uint8_t e2eState{0U};        ///< an SMState value
     std::uint64_t field64{0U};
     std::int32_t requestMarker{0};
-    bool isRealReply{true};  ///< replies: clear when it only reports a failed TLS handshake
-    bool isErrorReply{false};  ///< replies: the payload is an error code, not a result
+    bool isRealReply{true};                 ///< replies: clear when it only reports a failed TLS handshake
+    bool isErrorReply{false};               ///< replies: the payload is an error code, not a result
     const unsigned char* payload{nullptr};  ///< owned by the driver's buffer
     std::uint32_t payloadSize{0U};
     std::string name;
