@@ -20,10 +20,11 @@ using ErrorCodeValue = std::pair<std::uint64_t, std::int32_t>;
 
 /// The byte range of one decoder. The configuration is carried, not consulted.
 class ARA_EXPORT DeserializerBase {
-protected:
+public:
     DeserializerBase(const unsigned char* data, std::uint64_t size, const SerializeConfig& config)
         : data_(data), size_(data == nullptr ? 0U : size), config_(config) {}
 
+protected:
     const unsigned char* data_;
     std::uint64_t size_;
     SerializeConfig config_;
@@ -36,8 +37,7 @@ class Deserializer;
 template <>
 class ARA_EXPORT Deserializer<ara::core::ErrorCode> : public DeserializerBase {
 public:
-    Deserializer(const unsigned char* data, std::uint64_t size, const SerializeConfig& config)
-        : DeserializerBase(data, size, config) {}
+    using DeserializerBase::DeserializerBase;
 
     [[nodiscard]] std::uint64_t GetSize() const;
     [[nodiscard]] ErrorCodeValue GetValue() const { return GetValueHelper(); }
@@ -48,8 +48,7 @@ public:
 template <>
 class ARA_EXPORT Deserializer<ara::core::String> : public DeserializerBase {
 public:
-    Deserializer(const unsigned char* data, std::uint64_t size, const SerializeConfig& config)
-        : DeserializerBase(data, size, config) {}
+    using DeserializerBase::DeserializerBase;
 
     [[nodiscard]] std::uint64_t GetSize() const;
     [[nodiscard]] ara::core::String GetValue() const;
@@ -58,8 +57,7 @@ public:
 template <>
 class ARA_EXPORT Deserializer<bool> : public DeserializerBase {
 public:
-    Deserializer(const unsigned char* data, std::uint64_t size, const SerializeConfig& config)
-        : DeserializerBase(data, size, config) {}
+    using DeserializerBase::DeserializerBase;
 
     [[nodiscard]] std::uint64_t GetSize() const;
     [[nodiscard]] bool GetValue() const;
@@ -69,8 +67,7 @@ public:
 template <>
 class ARA_EXPORT Deserializer<ara::exec::Process> : public DeserializerBase {
 public:
-    Deserializer(const unsigned char* data, std::uint64_t size, const SerializeConfig& config)
-        : DeserializerBase(data, size, config) {}
+    using DeserializerBase::DeserializerBase;
 
     [[nodiscard]] std::uint64_t GetSize() const;
     [[nodiscard]] ara::exec::Process GetValue() const;
@@ -80,8 +77,7 @@ public:
 template <>
 class ARA_EXPORT Deserializer<std::vector<ara::exec::Process>> : public DeserializerBase {
 public:
-    Deserializer(const unsigned char* data, std::uint64_t size, const SerializeConfig& config)
-        : DeserializerBase(data, size, config) {}
+    using DeserializerBase::DeserializerBase;
 
     [[nodiscard]] std::uint64_t GetSize() const;
     /// The elements decoded before the first one that does not fit.

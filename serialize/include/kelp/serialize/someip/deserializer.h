@@ -25,17 +25,19 @@ public:
     /// The node's byte order when one is attached, else the configuration's.
     [[nodiscard]] ByteOrder Order() const noexcept { return node_ ? node_->byteOrder : config_.byteOrder; }
 
-protected:
+    /// `position` is the offset of `data` in the message, used for alignment.
     DeserializerBase(const unsigned char* data,
                      std::uint64_t size,
                      const SerializeConfig& config,
-                     std::shared_ptr<SerializationNode> node,
-                     std::uint64_t position)
+                     std::shared_ptr<SerializationNode> node = nullptr,
+                     std::uint64_t position = 0U)
         : data_(data),
           size_(data == nullptr ? 0U : size),
           config_(config),
           node_(std::move(node)),
           position_(position) {}
+
+protected:
 
     const unsigned char* data_;
     std::uint64_t size_;  ///< bytes readable from data_
@@ -51,12 +53,7 @@ class Deserializer;
 template <>
 class ARA_EXPORT Deserializer<ara::core::ErrorCode> : public DeserializerBase {
 public:
-    Deserializer(const unsigned char* data,
-                 std::uint64_t size,
-                 const SerializeConfig& config,
-                 std::shared_ptr<SerializationNode> node = nullptr,
-                 std::uint64_t position = 0U)
-        : DeserializerBase(data, size, config, std::move(node), position) {}
+    using DeserializerBase::DeserializerBase;
 
     /// 17, or SERIALIZE_SIZE_ERROR.
     [[nodiscard]] std::uint64_t GetSize() const;
@@ -97,12 +94,7 @@ private:
 template <>
 class ARA_EXPORT Deserializer<bool> : public DeserializerBase {
 public:
-    Deserializer(const unsigned char* data,
-                 std::uint64_t size,
-                 const SerializeConfig& config,
-                 std::shared_ptr<SerializationNode> node = nullptr,
-                 std::uint64_t position = 0U)
-        : DeserializerBase(data, size, config, std::move(node), position) {}
+    using DeserializerBase::DeserializerBase;
 
     /// 1, or SERIALIZE_SIZE_ERROR when no byte is available.
     [[nodiscard]] std::uint64_t GetSize() const;
@@ -115,12 +107,7 @@ public:
 template <>
 class ARA_EXPORT Deserializer<ara::exec::Process> : public DeserializerBase {
 public:
-    Deserializer(const unsigned char* data,
-                 std::uint64_t size,
-                 const SerializeConfig& config,
-                 std::shared_ptr<SerializationNode> node = nullptr,
-                 std::uint64_t position = 0U)
-        : DeserializerBase(data, size, config, std::move(node), position) {}
+    using DeserializerBase::DeserializerBase;
 
     [[nodiscard]] std::uint64_t GetSize() const;
     /// The decoded process; members that cannot be decoded keep their defaults.
@@ -132,12 +119,7 @@ public:
 template <>
 class ARA_EXPORT Deserializer<std::vector<ara::exec::Process>> : public DeserializerBase {
 public:
-    Deserializer(const unsigned char* data,
-                 std::uint64_t size,
-                 const SerializeConfig& config,
-                 std::shared_ptr<SerializationNode> node = nullptr,
-                 std::uint64_t position = 0U)
-        : DeserializerBase(data, size, config, std::move(node), position) {}
+    using DeserializerBase::DeserializerBase;
 
     [[nodiscard]] std::uint64_t GetSize() const;
     /// The elements decoded before the first one that does not fit.
