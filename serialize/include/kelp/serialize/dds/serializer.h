@@ -20,90 +20,68 @@ namespace detail {
 ARA_EXPORT void LogScalarCopyFailure();
 }  // namespace detail
 
-/// Fixed-size values (`int`, `ara::exec::ExecutionState`, `bool`): their bytes in host order.
+/// An encoder of one value of type T, which it refers to (the value must outlive it). The
+/// configuration is carried, not consulted.
 template <typename T>
-class Serializer {
-    static_assert(std::is_trivially_copyable_v<T>, "DDS scalar serializer needs a trivially copyable type");
-
+class ARA_EXPORT ValueSerializer {
 public:
-    Serializer(const T& value, const SerializeConfig& config, std::uint64_t room = 0U, std::uint64_t position = 0U)
+    ValueSerializer(const T& value, const SerializeConfig& config, std::uint64_t room = 0U, std::uint64_t position = 0U)
         : value_(&value), config_(config), room_(room), position_(position) {}
 
-    [[nodiscard]] std::uint64_t GetSize() const noexcept { return sizeof(T); }
-    void Serialize(unsigned char* buffer) const {
-        if (buffer == nullptr || memcpy_s(buffer + position_, room_, value_, sizeof(T)) != 0) {
-            detail::LogScalarCopyFailure();
-        }
-    }
-
-private:
+protected:
     const T* value_;
     SerializeConfig config_;
     std::uint64_t room_;
     std::uint64_t position_;
 };
 
+/// Fixed-size values (`int`, `ara::exec::ExecutionState`, `bool`): their bytes in host order.
+template <typename T>
+class Serializer : public ValueSerializer<T> {
+    static_assert(std::is_trivially_copyable_v<T>, "DDS scalar serializer needs a trivially copyable type");
+
+public:
+    using ValueSerializer<T>::ValueSerializer;
+
+    [[nodiscard]] std::uint64_t GetSize() const noexcept { return sizeof(T); }
+    void Serialize(unsigned char* buffer) const {
+        if (buffer == nullptr || memcpy_s(buffer + this->position_, this->room_, this->value_, sizeof(T)) != 0) {
+            detail::LogScalarCopyFailure();
+        }
+    }
+};
+
 /// `ara::core::String` (also `std::string`, the same type here): 32-bit character count,
 /// then the characters.
 template <>
-class ARA_EXPORT Serializer<ara::core::String> {
+class ARA_EXPORT Serializer<ara::core::String> : public ValueSerializer<ara::core::String> {
 public:
-    Serializer(const ara::core::String& value,
-               const SerializeConfig& config,
-               std::uint64_t room = 0U,
-               std::uint64_t position = 0U)
-        : value_(&value), config_(config), room_(room), position_(position) {}
+    using ValueSerializer<ara::core::String>::ValueSerializer;
 
     /// 4 + characters, or SERIALIZE_SIZE_ERROR when the count does not fit 32 bits.
     [[nodiscard]] std::uint64_t GetSize() const noexcept { return SizeFor(value_->size()); }
     [[nodiscard]] static std::uint64_t SizeFor(std::uint64_t characters) noexcept;
     void Serialize(unsigned char* buffer) const;
-
-private:
-    const ara::core::String* value_;
-    SerializeConfig config_;
-    std::uint64_t room_;
-    std::uint64_t position_;
 };
 
 /// `ara::exec::Process` (server side): the five members in their DDS forms.
 template <>
-class ARA_EXPORT Serializer<ara::exec::Process> {
+class ARA_EXPORT Serializer<ara::exec::Process> : public ValueSerializer<ara::exec::Process> {
 public:
-    Serializer(const ara::exec::Process& value,
-               const SerializeConfig& config,
-               std::uint64_t room = 0U,
-               std::uint64_t position = 0U)
-        : value_(&value), config_(config), room_(room), position_(position) {}
+    using ValueSerializer<ara::exec::Process>::ValueSerializer;
 
     [[nodiscard]] std::uint64_t GetSize() const noexcept;
     void Serialize(unsigned char* buffer) const;
-
-private:
-    const ara::exec::Process* value_;
-    SerializeConfig config_;
-    std::uint64_t room_;
-    std::uint64_t position_;
 };
 
 /// `std::vector<ara::exec::Process>` (server side): 32-bit element count, then the elements.
 template <>
-class ARA_EXPORT Serializer<std::vector<ara::exec::Process>> {
+class ARA_EXPORT Serializer<std::vector<ara::exec::Process>> : public ValueSerializer<std::vector<ara::exec::Process>> {
 public:
-    Serializer(const std::vector<ara::exec::Process>& value,
-               const SerializeConfig& config,
-               std::uint64_t room = 0U,
-               std::uint64_t position = 0U)
-        : value_(&value), config_(config), room_(room), position_(position) {}
+    using ValueSerializer<std::vector<ara::exec::Process>>::ValueSerializer;
 
     [[nodiscard]] std::uint64_t GetSize() const noexcept;
     void Serialize(unsigned char* buffer) const;
-
-private:
-    const std::vector<ara::exec::Process>* value_;
-    SerializeConfig config_;
-    std::uint64_t room_;
-    std::uint64_t position_;
 };
 
 /// The 17-byte error reply in host order: 4 zero bytes, kind 1, domain id, code.

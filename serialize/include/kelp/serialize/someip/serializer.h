@@ -43,21 +43,31 @@ protected:
     std::uint64_t position_;
 };
 
+/// An encoder of one value of type T, which it refers to (the value must outlive it).
+template <typename T>
+class ARA_EXPORT ValueSerializer : public SerializerBase {
+public:
+    ValueSerializer(const T& value,
+                    const SerializeConfig& config,
+                    std::shared_ptr<SerializationNode> node = nullptr,
+                    std::uint64_t room = 0U,
+                    std::uint64_t position = 0U)
+        : SerializerBase(config, std::move(node), room, position), value_(&value) {}
+
+protected:
+    const T* value_;
+};
+
 /// Fixed-size values: `int` (4 bytes in the value's byte order), `ara::exec::ExecutionState`
 /// and `bool` (the byte as stored).
 template <typename T>
-class Serializer : public SerializerBase {
+class Serializer : public ValueSerializer<T> {
     static_assert(std::is_trivially_copyable_v<T> &&
                       (sizeof(T) == 1U || sizeof(T) == 2U || sizeof(T) == 4U || sizeof(T) == 8U),
                   "SOME/IP scalar serializer needs a 1, 2, 4 or 8 byte trivially copyable type");
 
 public:
-    Serializer(const T& value,
-               const SerializeConfig& config,
-               std::shared_ptr<SerializationNode> node = nullptr,
-               std::uint64_t room = 0U,
-               std::uint64_t position = 0U)
-        : SerializerBase(config, std::move(node), room, position), value_(&value) {}
+    using ValueSerializer<T>::ValueSerializer;
 
     [[nodiscard]] std::uint64_t GetSize() const noexcept { return sizeof(T); }
     [[nodiscard]] std::uint64_t GetSizeHelper() const noexcept { return sizeof(T); }
@@ -67,43 +77,36 @@ public:
     void SerializeHelper(unsigned char* buffer) const {
         static_assert(std::is_same_v<U, T>, "SerializeHelper writes the serializer's own type");
         unsigned char bytes[sizeof(U)];
-        std::memcpy(bytes, value_, sizeof(U));
+        std::memcpy(bytes, this->value_, sizeof(U));
         if constexpr (sizeof(U) == 2U) {
-            std::uint16_t v{};
-            std::memcpy(&v, bytes, sizeof(v));
-            v = serialize::detail::ToOrder(v, Order());
-            std::memcpy(bytes, &v, sizeof(v));
+            Reorder<std::uint16_t>(bytes);
         } else if constexpr (sizeof(U) == 4U) {
-            std::uint32_t v{};
-            std::memcpy(&v, bytes, sizeof(v));
-            v = serialize::detail::ToOrder(v, Order());
-            std::memcpy(bytes, &v, sizeof(v));
+            Reorder<std::uint32_t>(bytes);
         } else if constexpr (sizeof(U) == 8U) {
-            std::uint64_t v{};
-            std::memcpy(&v, bytes, sizeof(v));
-            v = serialize::detail::ToOrder(v, Order());
-            std::memcpy(bytes, &v, sizeof(v));
+            Reorder<std::uint64_t>(bytes);
         }
-        if (buffer == nullptr || memcpy_s(buffer + position_, room_, bytes, sizeof(U)) != 0) {
+        if (buffer == nullptr || memcpy_s(buffer + this->position_, this->room_, bytes, sizeof(U)) != 0) {
             detail::LogScalarCopyFailure();
         }
     }
 
 private:
-    const T* value_;
+    /// Puts the `sizeof(UInt)` bytes at `bytes` into the value's byte order.
+    template <typename UInt>
+    void Reorder(unsigned char* bytes) const {
+        UInt v{};
+        std::memcpy(&v, bytes, sizeof(v));
+        v = serialize::detail::ToOrder(v, this->Order());
+        std::memcpy(bytes, &v, sizeof(v));
+    }
 };
 
 /// `ara::core::String`: length field, byte-order mark, characters, terminator, and the
 /// alignment padding that is counted but left to the buffer's owner.
 template <>
-class ARA_EXPORT Serializer<ara::core::String> : public SerializerBase {
+class ARA_EXPORT Serializer<ara::core::String> : public ValueSerializer<ara::core::String> {
 public:
-    Serializer(const ara::core::String& value,
-               const SerializeConfig& config,
-               std::shared_ptr<SerializationNode> node = nullptr,
-               std::uint64_t room = 0U,
-               std::uint64_t position = 0U)
-        : SerializerBase(config, std::move(node), room, position), value_(&value) {}
+    using ValueSerializer<ara::core::String>::ValueSerializer;
 
     /// Bytes the string takes, padding included, or SERIALIZE_SIZE_ERROR when the payload does
     /// not fit the length field. Records the chosen length-field size and the padding.
@@ -123,7 +126,6 @@ public:
     [[nodiscard]] static std::uint64_t MaxPayload(std::uint64_t lengthFieldSize) noexcept;
 
 private:
-    const ara::core::String* value_;
     std::uint64_t totalSize_{SERIALIZE_SIZE_ERROR};
     std::uint8_t chosenLengthFieldSize_{0U};
     std::uint8_t padding_{0U};
@@ -136,42 +138,30 @@ private:
 /// order, and a static length field takes the member's `tlvLengthFieldSize`, as the decoder
 /// reads it; a member without data id cannot be encoded then.
 template <>
-class ARA_EXPORT Serializer<ara::exec::Process> : public SerializerBase {
+class ARA_EXPORT Serializer<ara::exec::Process> : public ValueSerializer<ara::exec::Process> {
 public:
-    Serializer(const ara::exec::Process& value,
-               const SerializeConfig& config,
-               std::shared_ptr<SerializationNode> node = nullptr,
-               std::uint64_t room = 0U,
-               std::uint64_t position = 0U)
-        : SerializerBase(config, std::move(node), room, position), value_(&value) {}
+    using ValueSerializer<ara::exec::Process>::ValueSerializer;
 
     [[nodiscard]] std::uint64_t GetSize();
     void Serialize(unsigned char* buffer);
 
 private:
     std::uint64_t Layout(unsigned char* buffer);
-    const ara::exec::Process* value_;
 };
 
 /// `std::vector<ara::exec::Process>` (server side): container length field holding the byte
 /// length of the elements, then the elements, each with the member configuration and the
 /// node's first child.
 template <>
-class ARA_EXPORT Serializer<std::vector<ara::exec::Process>> : public SerializerBase {
+class ARA_EXPORT Serializer<std::vector<ara::exec::Process>> : public ValueSerializer<std::vector<ara::exec::Process>> {
 public:
-    Serializer(const std::vector<ara::exec::Process>& value,
-               const SerializeConfig& config,
-               std::shared_ptr<SerializationNode> node = nullptr,
-               std::uint64_t room = 0U,
-               std::uint64_t position = 0U)
-        : SerializerBase(config, std::move(node), room, position), value_(&value) {}
+    using ValueSerializer<std::vector<ara::exec::Process>>::ValueSerializer;
 
     [[nodiscard]] std::uint64_t GetSize();
     void Serialize(unsigned char* buffer);
 
 private:
     std::uint64_t Layout(unsigned char* buffer);
-    const std::vector<ara::exec::Process>* value_;
 };
 
 /// The 17-byte error reply: 4 zero bytes, kind 1, the 64-bit domain id and the 32-bit code in
