@@ -18,21 +18,21 @@ struct ErrorPayloadTexts {
 
 /// 17 for a valid error payload, otherwise SERIALIZE_SIZE_ERROR with its log line.
 inline std::uint64_t CheckErrorPayload(const unsigned char* data, std::uint64_t size, const ErrorPayloadTexts& texts) {
-    const auto log = ara::quill::common::log::Log::GetLog("CM");
+    const auto log = [] { return ara::quill::common::log::Log::GetLog("CM"); };  // only on the failure paths
     if (size < ERROR_CODE_PAYLOAD_SIZE) {
-        log->error() << texts.tooShort;
+        log()->error() << texts.tooShort;
         return SERIALIZE_SIZE_ERROR;
     }
     unsigned char kind = 0U;
     if (memcpy_s(&kind, sizeof(kind), data + 4, sizeof(kind)) != 0) {
-        log->error() << texts.copyFailed;
+        log()->error() << texts.copyFailed;
     }
     if (kind != ERROR_CODE_KIND) {
-        log->error() << "Construct deserialization for ErrorCode failed, invalid type of ErrorCode!";
+        log()->error() << "Construct deserialization for ErrorCode failed, invalid type of ErrorCode!";
         return SERIALIZE_SIZE_ERROR;
     }
     if (size != ERROR_CODE_PAYLOAD_SIZE) {
-        log->error() << "Construct deserialization for ErrorCode failed, invalid size parameter!";
+        log()->error() << "Construct deserialization for ErrorCode failed, invalid size parameter!";
         return SERIALIZE_SIZE_ERROR;
     }
     return ERROR_CODE_PAYLOAD_SIZE;

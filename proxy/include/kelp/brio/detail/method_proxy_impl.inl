@@ -225,7 +225,7 @@ typename MethodProxyImpl<T>::FutureType MethodProxyImpl<T>::Request(const Args&.
             promise, sessionId, 0U, address, [&memory, &index, address] { memory->ReturnLoan(address, index); });
     }
 
-    const kelp::serialize::SerializeConfig config = driver->GetSerializeConfig();
+    const kelp::serialize::SerializeConfig& config = driver->GetSerializeConfig();
     const kelp::serialize::SerializationNode noNode;
     const auto& node = (info && info->GetRequestNode()) ? *info->GetRequestNode() : noNode;
     serialize::ParamsSerializer serializer(nullptr, driver->GetSerializeType(), node, config);
