@@ -12,6 +12,7 @@
 
 #include "ara/exec/exec_error_domain.h"
 #include "ara/exec/execution_state.h"
+#include "ara_test/fake_method_handler.h"
 #include "ara_test/matchers.h"
 #include "kelp/brio/method_proxy_impl.h"
 #include "kelp/driver/proloc/proloc_memory.h"
@@ -83,59 +84,46 @@ TEST_F(ProlocRoundTripTest, EveryArgumentListAndResultTypeTravelsWithoutSerializ
     using ara::core::Result;
     using ara::core::String;
     using ara::exec::ExecutionState;
-
+    using VoidResult = Result<void, ara::core::ErrorCode>;
+    std::vector<std::string> seen;
     const auto report = Index(0U);
-    std::tuple<int, ExecutionState> reported{};
-    RegisterServer<void, int, ExecutionState>(report, [&reported](const int& pid, const ExecutionState& state) {
-        reported = {pid, state};
-        return Result<void, ara::core::ErrorCode>();
+    RegisterServer<void, int, ExecutionState>(report, [&seen](const int& pid, const ExecutionState& state) {
+        seen.push_back(std::to_string(pid) + "/" + std::to_string(static_cast<int>(state)));
+        return VoidResult();
     });
     EXPECT_THAT(MakeProlocProxy<void>(report)->Request(4242, ExecutionState::kTerminating).get(), IsOk());
-    EXPECT_EQ(reported, std::make_tuple(4242, ExecutionState::kTerminating));
-
     const auto initial = Index(1U);
-    int initialCalls = 0;
-    RegisterServer<void>(initial, [&initialCalls] {
-        ++initialCalls;
-        return Result<void, ara::core::ErrorCode>();
+    RegisterServer<void>(initial, [&seen] {
+        seen.push_back("initial");
+        return VoidResult();
     });
     EXPECT_THAT(MakeProlocProxy<void>(initial)->Request().get(), IsOk());
-    EXPECT_EQ(initialCalls, 1);
-
     const auto setState = Index(2U);
-    RegisterServer<void, String, String>(setState, [](const String& group, const String& state) {
-        EXPECT_EQ(group, "MachineFG");
-        EXPECT_EQ(state, "Off");
-        return Result<void, ara::core::ErrorCode>(ara::core::ErrorCode(ara::exec::ExecErrc::kFailed));
+    RegisterServer<void, String, String>(setState, [&seen](const String& group, const String& state) {
+        seen.push_back(group + "/" + state);
+        return VoidResult(ara::core::ErrorCode(ara::exec::ExecErrc::kFailed));
     });
     EXPECT_THAT(MakeProlocProxy<void>(setState)->Request(String("MachineFG"), String("Off")).get(),
                 HasError(ara::exec::ExecErrc::kFailed));
-
     const auto restart = Index(3U);
-    RegisterServer<void, String, bool>(restart, [](const String& name, const bool& flag) {
-        EXPECT_EQ(name, "app");
-        EXPECT_TRUE(flag);
-        return Result<void, ara::core::ErrorCode>();
+    RegisterServer<void, String, bool>(restart, [&seen](const String& name, const bool& flag) {
+        seen.push_back(name + "/" + (flag ? "true" : "false"));
+        return VoidResult();
     });
     EXPECT_THAT(MakeProlocProxy<void>(restart)->Request(String("app"), true).get(), IsOk());
+    EXPECT_EQ(seen, (std::vector<std::string>{"4242/1", "initial", "MachineFG/Off", "app/true"}));
 
     const auto getState = Index(6U);
-    RegisterServer<String, String>(
-        getState, [](const String& group) { return Result<String, ara::core::ErrorCode>(group + ":Running"); });
-    auto stateResult = MakeProlocProxy<String>(getState)->Request(String("MachineFG")).get();
-    ASSERT_TRUE(stateResult.HasValue());
-    EXPECT_EQ(stateResult.Value(), "MachineFG:Running");
-
+    RegisterServer<String, String>(getState, [](const String& group) { return Result<String>(group + ":Running"); });
+    EXPECT_EQ(MakeProlocProxy<String>(getState)->Request(String("MachineFG")).get().ValueOr(""), "MachineFG:Running");
     const auto processes = Index(4U);
     const std::vector<ara::exec::Process> list{{"app", "MachineFG", "Running", "kRunning", true},
                                                {"tool", "MachineFG", "Idle", "", false}};
     RegisterServer<std::vector<ara::exec::Process>, std::string>(processes, [&list](const std::string& client) {
-        EXPECT_EQ(client, "phm");
-        return Result<std::vector<ara::exec::Process>, ara::core::ErrorCode>(list);
+        return Result<std::vector<ara::exec::Process>>(client == "phm" ? list : std::vector<ara::exec::Process>{});
     });
     auto listResult = MakeProlocProxy<std::vector<ara::exec::Process>>(processes)->Request(std::string("phm")).get();
-    ASSERT_TRUE(listResult.HasValue());
-    EXPECT_EQ(listResult.Value(), list);
+    EXPECT_EQ(listResult.ValueOr(std::vector<ara::exec::Process>{}), list);
 
     for (const auto& index : registered_) {
         EXPECT_EQ(ProlocMemoryFactory::GetMethodReplyInstance<void>()->Count(index), 0U);
@@ -151,6 +139,17 @@ TEST_F(ProlocRoundTripTest, WithoutServerTheCallFailsAndTheArgumentsAreNotLeft) 
     EXPECT_THAT(proxy->Request(ara::core::String("x")).get(),
                 HasError(kelp::brio::api::types::ComErrc::kNetworkBindingFailure));
     EXPECT_EQ(ProlocMemoryFactory::GetMethodRequestInstance<ara::core::String>()->Count(index), 0U);
+}
+
+TEST(ProlocReplyTest, AReplyThatIsNotParkedFailsTheCallWithComErrc3) {
+    log::CaptureSink capture;
+    ara_test::BoundProxy<ara::core::String> bound(5U);
+    bound.info->SetDriverType(kelp::brio::api::types::DriverType::PROLOC);
+    auto future = bound.proxy->Request(ara::core::String("x"));
+    bound.driver->Deliver(bound.driver->MakeReply(1U, {}));
+    EXPECT_THAT(future.get(), HasError(kelp::brio::api::types::ComErrc::kNetworkBindingFailure));
+    EXPECT_TRUE(
+        capture.Contains("Proloc get reply value cannot find index [serviceId=57360, instanceId=65534, entityId=5]"));
 }
 
 TEST(ProlocMemoryTest, LoansUnregisterAndUnknownIndexes) {

@@ -2,8 +2,12 @@
 #include "kelp/brio/api/types/error_domains.h"
 
 #include <map>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <string>
+
+#include "ara/quill/common/log/log.h"
 
 namespace kelp::brio::api::types {
 namespace {
@@ -18,6 +22,20 @@ const char* InsertingLookup(std::map<ara::core::ErrorDomain::CodeType, std::stri
                             ara::core::ErrorDomain::CodeType code) {
     const std::lock_guard<std::mutex> lock(mutex);
     return table[code].c_str();
+}
+
+// Domain objects for foreign ids live until the process ends: an ErrorCode holds a plain
+// pointer to its domain, and codes may sit in statics that are destroyed after ours.
+struct DynamicDomainStore {
+    std::mutex mutex;
+    std::map<ara::core::ErrorDomain::IdType, std::unique_ptr<DynamicErrorDomain>> domains;
+    bool fullReported{false};
+};
+
+DynamicDomainStore& GetDynamicDomainStore() {
+    // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): never destroyed, see above
+    static DynamicDomainStore* const store = new DynamicDomainStore();
+    return *store;
 }
 }  // namespace
 
@@ -81,6 +99,39 @@ const char* DynamicErrorDomain::Message(CodeType /*errorCode*/) const noexcept {
 
 void DynamicErrorDomain::ThrowAsException(const ara::core::ErrorCode& errorCode) const noexcept(false) {
     throw DynamicException(errorCode);
+}
+
+const DynamicErrorDomain* GetDynamicErrorDomain(ara::core::ErrorDomain::IdType id) noexcept {
+    DynamicDomainStore& store = GetDynamicDomainStore();
+    bool reportFull = false;
+    {
+        const std::lock_guard<std::mutex> lock(store.mutex);
+        const auto held = store.domains.find(id);
+        if (held != store.domains.end()) {
+            return held->second.get();
+        }
+        if (store.domains.size() < MAX_DYNAMIC_ERROR_DOMAINS) {
+            try {
+                return store.domains.emplace(id, std::make_unique<DynamicErrorDomain>(id)).first->second.get();
+            } catch (const std::bad_alloc&) {
+                return nullptr;
+            }
+        }
+        reportFull = !store.fullReported;
+        store.fullReported = true;
+    }
+    if (reportFull) {
+        ara::quill::common::log::Log::GetLog("CM")->warn()
+            << "[DynamicErrorDomain][Too many foreign error domains, further ones are treated as unregistered][limit="
+            << MAX_DYNAMIC_ERROR_DOMAINS << ", errorDomain=" << id << "]";
+    }
+    return nullptr;
+}
+
+std::size_t GetDynamicErrorDomainCount() noexcept {
+    DynamicDomainStore& store = GetDynamicDomainStore();
+    const std::lock_guard<std::mutex> lock(store.mutex);
+    return store.domains.size();
 }
 
 const ara::core::ErrorDomain& GetComErrorDomain() noexcept {

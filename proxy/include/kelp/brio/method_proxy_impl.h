@@ -5,17 +5,18 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "ara/core/error_code.h"
 #include "ara/core/future.h"
 #include "ara/core/promise.h"
+#include "ara/core/result.h"
 #include "ara/core/string.h"
 #include "ara/exec/process.h"
 #include "ara/quill/common/log/log.h"
@@ -41,9 +42,7 @@ class MethodProxyImpl final : public MethodProxy, public std::enable_shared_from
 public:
     using PromiseType = ara::core::Promise<T, ara::core::ErrorCode>;
     using FutureType = ara::core::Future<T, ara::core::ErrorCode>;
-
-    /// Upper bound of the domain objects kept for error codes of unknown domains.
-    static constexpr std::size_t MAX_DYNAMIC_DOMAINS = 32U;
+    using ResultType = ara::core::Result<T, ara::core::ErrorCode>;
 
     explicit MethodProxyImpl(std::uint32_t entityId);
     ~MethodProxyImpl() override;
@@ -88,18 +87,22 @@ public:
     std::uint16_t GetSessionId() const;
     /// Requests waiting for their reply.
     std::size_t GetWaitingCount() const;
-    /// Domain objects held for dynamic error codes.
-    std::size_t GetDynamicDomainCount() const;
 
 private:
     std::string MethodUuid() const;
     ::kelp::driver::proloc::ProlocEntityIndex ProlocIndex(const api::types::MethodInfo& info) const;
     std::shared_ptr<PromiseType> TakePromise(std::uint16_t sessionId);
+    /// What the waiting call of `msg` receives; decided under the reply mutex, applied after.
+    ResultType ReplyOutcome(const api::types::MethodMsg& msg);
+    /// The result a value reply carries; nullopt (logged) when it cannot be read.
+    std::optional<ResultType> DecodeValueReply(const api::types::MethodMsg& msg);
+    /// The error code an error reply carries; nullopt (logged) when it cannot be read or is
+    /// not accepted by this method.
+    std::optional<ResultType> DecodeErrorReply(const api::types::MethodMsg& msg);
     template <typename Decoder>
-    bool DecodeResult(PromiseType& promise,
-                      const api::types::MethodMsg& msg,
-                      Decoder& decoder,
-                      const char* encodingName);
+    std::optional<ResultType> DecodeResult(const api::types::MethodMsg& msg,
+                                           Decoder& decoder,
+                                           const char* encodingName);
     void CountStat(void (utils::stats::MethodProxyStats::*counter)() noexcept) const;
 
     const std::uint32_t entityId_;
@@ -108,7 +111,7 @@ private:
     std::map<std::uint16_t, std::shared_ptr<PromiseType>> promises_;
     std::shared_ptr<driver::MethodHandler> driver_;  ///< read and written with std::atomic_load / store
     std::atomic<bool> isFireAndForget_{false};
-    mutable std::mutex errorMutex_;  ///< guards the error map and the dynamic-domain store
+    mutable std::mutex errorMutex_;  ///< guards the error map
     std::map<api::types::internal::ErrorIndex, ara::core::ErrorCode> errorMap_;
     mutable std::mutex sessionMutex_;
     std::mutex replyMutex_;
@@ -117,7 +120,6 @@ private:
     std::atomic<std::uint8_t> e2eCheckStatus_{static_cast<std::uint8_t>(com::e2exf::ProfileCheckStatus::kNoNewData)};
     std::atomic<std::uint8_t> e2eState_{1U};
     std::atomic<std::uint8_t> smState_{1U};
-    std::deque<std::unique_ptr<api::types::DynamicErrorDomain>> dynamicDomains_;
     std::map<com::e2exf::ProfileCheckStatus, api::types::E2EErrorCode> e2eMap_;
     std::shared_ptr<utils::stats::MethodProxyStats> stats_;  ///< atomic access, as driver_
 };

@@ -2,7 +2,7 @@
 #ifndef KELP_BRIO_DETAIL_METHOD_PROXY_IMPL_INL
 #define KELP_BRIO_DETAIL_METHOD_PROXY_IMPL_INL
 
-#include <iterator>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <tuple>
@@ -242,7 +242,7 @@ typename MethodProxyImpl<T>::FutureType MethodProxyImpl<T>::Request(const Args&.
     }
     unsigned char* buffer = driver->AllocateRequestBuffer(request, static_cast<std::uint32_t>(size));
     if (buffer == nullptr && size != 0U) {
-        logger_->warn("MethodProxy_Request_Failed", detail::METHOD_PROXY_LOG_LIMIT)
+        logger_->warn("MethodProxy_Request_Buffer", detail::METHOD_PROXY_LOG_LIMIT)
             << "[MethodProxyImpl]"
             << "[Method request buffer allocation failed][id=" << entityId_ << ", size=" << size << "]";
         FutureType future = promise->get_future();
@@ -355,63 +355,82 @@ void MethodProxyImpl<T>::OnDataAvailable(const std::shared_ptr<api::types::Metho
     }
 
     logger_->verbose() << "Method Proxy data available enter......";
-    const std::lock_guard<std::mutex> replyLock(replyMutex_);
-    const auto driver = std::atomic_load(&driver_);
-    if (!driver) {
-        return;
-    }
-    logger_->verbose() << "Get method reply[methodEntityId=" << entityId_ << ", sessionId=" << sessionId
-                       << ", dataSize=" << msg->payloadSize << "]";
-
-    const auto promise = TakePromise(sessionId);
-    if (!promise) {
-        logger_->warn("MethodProxy_Invalid_Reply", detail::METHOD_PROXY_LOG_LIMIT)
-            << "[MethodProxyImpl]"
-            << "[Invalid method reply for method][methodEntityId=" << entityId_ << ", sessionId=" << sessionId << "]";
-        CountStat(&utils::stats::MethodProxyStats::IncReplyInvalid);
-    } else {
-        CountStat(msg->isErrorReply ? &utils::stats::MethodProxyStats::IncErrorReplyReceived
-                                    : &utils::stats::MethodProxyStats::IncReplyReceived);
-        e2eCheckStatus_.store(msg->e2eCheckStatus);
-        e2eState_.store(msg->e2eState);
-        smState_.store(msg->e2eState);
-        const auto info = std::atomic_load(&methodInfo_);
-        bool settled = false;
-        if (info && info->IsE2EEnabled() && msg->e2eCheckStatus != 0U) {
-            logger_->debug() << "Setting Response with E2E Error Code for [entityId = " << entityId_ << "]";
-            const auto row = e2eMap_.find(static_cast<com::e2exf::ProfileCheckStatus>(msg->e2eCheckStatus));
-            if (row != e2eMap_.end()) {
-                promise->SetError(ara::core::ErrorCode(row->second, 0));
-                settled = true;
-            } else {
-                // A check status outside the table is a malformed reply, not a reason to stop.
-                logger_->warn("MethodProxy_E2E_Status", detail::METHOD_PROXY_LOG_LIMIT)
-                    << "[MethodProxyImpl][Unknown E2E check status][methodEntityId=" << entityId_
-                    << ", sessionId=" << sessionId << ", status=" << msg->e2eCheckStatus << "]";
-            }
+    std::shared_ptr<PromiseType> promise;
+    std::optional<ResultType> outcome;
+    {
+        const std::lock_guard<std::mutex> replyLock(replyMutex_);
+        const auto driver = std::atomic_load(&driver_);
+        if (!driver) {
+            return;
+        }
+        logger_->verbose() << "Get method reply[methodEntityId=" << entityId_ << ", sessionId=" << sessionId
+                           << ", dataSize=" << msg->payloadSize << "]";
+        promise = TakePromise(sessionId);
+        if (!promise) {
+            logger_->warn("MethodProxy_Invalid_Reply", detail::METHOD_PROXY_LOG_LIMIT)
+                << "[MethodProxyImpl]"
+                << "[Invalid method reply for method][methodEntityId=" << entityId_ << ", sessionId=" << sessionId
+                << "]";
+            CountStat(&utils::stats::MethodProxyStats::IncReplyInvalid);
         } else {
-            settled = msg->isErrorReply ? DeserializeErrorCodeAndSetPromise(*promise, *msg)
-                                        : DeserializeAndSetPromise(*promise, *msg);
-            if (!settled) {
-                logger_->warn("MethodProxy_Deseriaize_Fail", detail::METHOD_PROXY_LOG_LIMIT)
-                    << "[MethodProxyImpl]"
-                    << "[Invalid return value for method. Please check the consistency of the return data "
-                       "type][methodEntityId="
-                    << entityId_ << ", sessionId=" << sessionId << "]";
-            }
+            CountStat(msg->isErrorReply ? &utils::stats::MethodProxyStats::IncErrorReplyReceived
+                                        : &utils::stats::MethodProxyStats::IncReplyReceived);
+            outcome = ReplyOutcome(*msg);
         }
-        if (!settled) {
-            promise->SetError(detail::ComError(api::types::ComErrc::kNetworkBindingFailure));
-        }
+        driver->ReturnBuffer(msg->payload);
     }
-    driver->ReturnBuffer(msg->payload);
+    // Settled with no lock of the proxy held: a continuation may send the next request on
+    // this proxy, and a driver may deliver that reply before SendRequest returns.
+    if (promise) {
+        promise->SetResult(std::move(*outcome));
+    }
+}
+
+template <typename T>
+typename MethodProxyImpl<T>::ResultType MethodProxyImpl<T>::ReplyOutcome(const api::types::MethodMsg& msg) {
+    e2eCheckStatus_.store(msg.e2eCheckStatus);
+    e2eState_.store(msg.e2eState);
+    smState_.store(msg.e2eState);
+    const auto info = std::atomic_load(&methodInfo_);
+    if (info && info->IsE2EEnabled() && msg.e2eCheckStatus != 0U) {
+        logger_->debug() << "Setting Response with E2E Error Code for [entityId = " << entityId_ << "]";
+        const auto row = e2eMap_.find(static_cast<com::e2exf::ProfileCheckStatus>(msg.e2eCheckStatus));
+        if (row != e2eMap_.end()) {
+            return ResultType::FromError(ara::core::ErrorCode(row->second, 0));
+        }
+        // A check status outside the table is a malformed reply, not a reason to stop.
+        logger_->warn("MethodProxy_E2E_Status", detail::METHOD_PROXY_LOG_LIMIT)
+            << "[MethodProxyImpl][Unknown E2E check status][methodEntityId=" << entityId_
+            << ", sessionId=" << msg.sessionId << ", status=" << msg.e2eCheckStatus << "]";
+        return ResultType::FromError(detail::ComError(api::types::ComErrc::kNetworkBindingFailure));
+    }
+    std::optional<ResultType> decoded = msg.isErrorReply ? DecodeErrorReply(msg) : DecodeValueReply(msg);
+    if (!decoded) {
+        logger_->warn("MethodProxy_Deseriaize_Fail", detail::METHOD_PROXY_LOG_LIMIT)
+            << "[MethodProxyImpl]"
+            << "[Invalid return value for method. Please check the consistency of the return data "
+               "type][methodEntityId="
+            << entityId_ << ", sessionId=" << msg.sessionId << "]";
+        return ResultType::FromError(detail::ComError(api::types::ComErrc::kNetworkBindingFailure));
+    }
+    return std::move(*decoded);
 }
 
 template <typename T>
 bool MethodProxyImpl<T>::DeserializeAndSetPromise(PromiseType& promise, const api::types::MethodMsg& msg) {
+    std::optional<ResultType> decoded = DecodeValueReply(msg);
+    if (decoded) {
+        promise.SetResult(std::move(*decoded));
+    }
+    return decoded.has_value();
+}
+
+template <typename T>
+std::optional<typename MethodProxyImpl<T>::ResultType> MethodProxyImpl<T>::DecodeValueReply(
+    const api::types::MethodMsg& msg) {
     if constexpr (std::is_void_v<T>) {
-        promise.set_value();
-        return true;
+        (void)msg;
+        return ResultType::FromValue();
     } else {
         const auto info = std::atomic_load(&methodInfo_);
         if (info && info->GetDriverType() == api::types::DriverType::PROLOC) {
@@ -419,18 +438,13 @@ bool MethodProxyImpl<T>::DeserializeAndSetPromise(PromiseType& promise, const ap
                 ::kelp::driver::proloc::ProlocMemoryFactory::GetMethodReplyInstance<T>()->GetReplyResult(
                     msg.payload, ProlocIndex(*info));
             if (!result) {
-                return false;
+                return std::nullopt;
             }
-            if (result->HasValue()) {
-                promise.set_value(result->Value());
-            } else {
-                promise.SetError(result->Error());
-            }
-            return true;
+            return *result;
         }
         const auto driver = std::atomic_load(&driver_);
         if (!driver) {
-            return false;
+            return std::nullopt;
         }
         const auto replyNode = info ? info->GetReplyNode() : nullptr;
         switch (driver->GetSerializeType()) {
@@ -440,42 +454,41 @@ bool MethodProxyImpl<T>::DeserializeAndSetPromise(PromiseType& promise, const ap
                                                                     ? driver->GetSerializeConfig()
                                                                     : kelp::serialize::SerializeConfig{};
                 kelp::serialize::someip::Deserializer<T> decoder(msg.payload, msg.payloadSize, config, replyNode);
-                return DecodeResult(promise, msg, decoder, "Someip");
+                return DecodeResult(msg, decoder, "Someip");
             }
             case kelp::serialize::SerializeType::kDds: {
                 kelp::serialize::dds::Deserializer<T> decoder(
                     msg.payload, msg.payloadSize, driver->GetSerializeConfig());
-                return DecodeResult(promise, msg, decoder, "DDS");
+                return DecodeResult(msg, decoder, "DDS");
             }
             default:
                 logger_->warn() << "[MethodProxyImpl][Wrong serialize type]";
-                return false;
+                return std::nullopt;
         }
     }
 }
 
 template <typename T>
 template <typename Decoder>
-bool MethodProxyImpl<T>::DecodeResult(PromiseType& promise,
-                                      const api::types::MethodMsg& msg,
-                                      Decoder& decoder,
-                                      const char* encodingName) {
+std::optional<typename MethodProxyImpl<T>::ResultType> MethodProxyImpl<T>::DecodeResult(
+    const api::types::MethodMsg& msg,
+    Decoder& decoder,
+    const char* encodingName) {
     const std::uint64_t needed = decoder.GetSize();
     if (needed == kelp::serialize::SERIALIZE_SIZE_ERROR) {
-        return false;  // the decoder logged why
+        return std::nullopt;  // the decoder logged why
     }
     if (needed > msg.payloadSize) {
         logger_->error("MethodProxyDeserialize", detail::METHOD_PROXY_LOG_LIMIT)
             << "[MethodProxyImpl][" << encodingName << " deserialize fail][msgsize=" << msg.payloadSize
             << ", deserializeSize=" << needed << "]";
-        return false;
+        return std::nullopt;
     }
-    promise.set_value(decoder.GetValue());
     if (msg.payloadSize > needed) {
         logger_->debug() << "Invalid return value for method " << entityId_ << "." << msg.sessionId
                          << ". Please check the consistency of the return data type.";
     }
-    return true;
+    return ResultType::FromValue(decoder.GetValue());
 }
 
 template <typename T>
@@ -526,49 +539,52 @@ bool MethodProxyImpl<T>::GetErrorCodeData(const api::types::MethodMsg& msg, api:
 
 template <typename T>
 bool MethodProxyImpl<T>::DeserializeErrorCodeAndSetPromise(PromiseType& promise, const api::types::MethodMsg& msg) {
+    std::optional<ResultType> decoded = DecodeErrorReply(msg);
+    if (decoded) {
+        promise.SetResult(std::move(*decoded));
+    }
+    return decoded.has_value();
+}
+
+template <typename T>
+std::optional<typename MethodProxyImpl<T>::ResultType> MethodProxyImpl<T>::DecodeErrorReply(
+    const api::types::MethodMsg& msg) {
     api::types::MethodError error;
     if (!GetErrorCodeData(msg, error)) {
         logger_->warn("MethodProxy_Invalid_Errorcode", detail::METHOD_PROXY_LOG_LIMIT)
             << "[MethodProxyImpl][Invalid return error code value][methodEntityId=" << entityId_
             << ", sessionId=" << msg.sessionId << "]";
-        return false;
+        return std::nullopt;
     }
-    std::unique_lock<std::mutex> lock(errorMutex_);
-    const auto registered = errorMap_.find({error.domainId, error.code});
-    if (registered != errorMap_.end()) {
-        const ara::core::ErrorCode code = registered->second;
-        lock.unlock();
-        logger_->verbose() << "Receive application error errorcode " << error.code << " error domain " << error.domainId
-                           << " for method " << GetMethodMessage();
-        promise.SetError(code);
-        return true;
-    }
-    if (errorMap_.count(api::types::internal::WILDCARD_ERROR_INDEX) != 0U) {
-        // One domain object per foreign id while it is held; at most MAX_DYNAMIC_DOMAINS, the
-        // oldest going first. A code of a dropped domain must not be inspected any more.
-        auto held = dynamicDomains_.begin();
-        while (held != dynamicDomains_.end() && (*held)->Id() != error.domainId) {
-            ++held;
+    std::optional<ara::core::ErrorCode> registered;
+    bool wildcard = false;
+    {
+        const std::lock_guard<std::mutex> lock(errorMutex_);
+        const auto entry = errorMap_.find({error.domainId, error.code});
+        if (entry != errorMap_.end()) {
+            registered = entry->second;
+        } else {
+            wildcard = errorMap_.count(api::types::internal::WILDCARD_ERROR_INDEX) != 0U;
         }
-        if (held == dynamicDomains_.end()) {
-            if (dynamicDomains_.size() >= MAX_DYNAMIC_DOMAINS) {
-                dynamicDomains_.pop_front();
-            }
-            dynamicDomains_.push_back(std::make_unique<api::types::DynamicErrorDomain>(error.domainId));
-            held = std::prev(dynamicDomains_.end());
-        }
-        const ara::core::ErrorCode code(error.code, **held, 0);
-        lock.unlock();
-        logger_->verbose() << "Receive dynamic error errorcode " << error.code << " error domain " << error.domainId
-                           << " for method " << GetMethodMessage();
-        promise.SetError(code);
-        return true;
     }
-    lock.unlock();
+    if (registered) {
+        logger_->verbose() << "Receive application error errorcode " << error.code << " error domain "
+                           << error.domainId << " for method " << GetMethodMessage();
+        return ResultType::FromError(*registered);
+    }
+    if (wildcard) {
+        // One domain object per foreign id for the life of the process, so the code stays
+        // valid however long the caller keeps it; past the process's bound, unregistered.
+        if (const auto* domain = api::types::GetDynamicErrorDomain(error.domainId)) {
+            logger_->verbose() << "Receive dynamic error errorcode " << error.code << " error domain "
+                               << error.domainId << " for method " << GetMethodMessage();
+            return ResultType::FromError(ara::core::ErrorCode(error.code, *domain, 0));
+        }
+    }
     logger_->warn("MethodProxy_Unregister_Errorcode", detail::METHOD_PROXY_LOG_LIMIT)
         << "[MethodProxyImpl][Receive unregistered error][errorDomain=" << error.domainId
         << ", errorCode=" << error.code << ", methodMessage=" << GetMethodMessage() << "]";
-    return false;
+    return std::nullopt;
 }
 
 template <typename T>
@@ -586,12 +602,6 @@ template <typename T>
 std::size_t MethodProxyImpl<T>::GetWaitingCount() const {
     const std::lock_guard<std::mutex> lock(promiseMutex_);
     return promises_.size();
-}
-
-template <typename T>
-std::size_t MethodProxyImpl<T>::GetDynamicDomainCount() const {
-    const std::lock_guard<std::mutex> lock(errorMutex_);
-    return dynamicDomains_.size();
 }
 
 template <typename T>

@@ -3,6 +3,7 @@
 #ifndef KELP_BRIO_API_TYPES_ERROR_DOMAINS_H
 #define KELP_BRIO_API_TYPES_ERROR_DOMAINS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <utility>
 
@@ -90,6 +91,18 @@ public:
     const char* Message(CodeType errorCode) const noexcept override;
     [[noreturn]] void ThrowAsException(const ara::core::ErrorCode& errorCode) const noexcept(false) override;
 };
+
+/// How many foreign domain ids one process keeps a DynamicErrorDomain for.
+inline constexpr std::size_t MAX_DYNAMIC_ERROR_DOMAINS = 64U;
+
+/// The process's one DynamicErrorDomain for the foreign domain `id`, made on first use and
+/// kept until the process ends, so an ErrorCode that refers to it stays valid however long
+/// its holder keeps it. Once MAX_DYNAMIC_ERROR_DOMAINS ids are kept, a new id gets nullptr
+/// (and one warning per process): a peer cannot make us keep an unbounded number.
+/// @thread-safety May be called from any thread.
+ARA_EXPORT const DynamicErrorDomain* GetDynamicErrorDomain(ara::core::ErrorDomain::IdType id) noexcept;
+/// Foreign domain ids this process keeps a DynamicErrorDomain for.
+ARA_EXPORT std::size_t GetDynamicErrorDomainCount() noexcept;
 
 ARA_EXPORT const ara::core::ErrorDomain& GetComErrorDomain() noexcept;
 ARA_EXPORT const ara::core::ErrorDomain& GetE2EErrorDomain() noexcept;

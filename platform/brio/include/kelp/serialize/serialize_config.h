@@ -1,10 +1,11 @@
-// Settings shared by every encoder and decoder: encoding kind, byte order, the per-method
+// Settings shared by every encoder and decoder and by the transports that report them: encoding kind, byte order, the per-method
 // configuration, the per-member deployment node, and the byte-order and size helpers.
 #ifndef KELP_SERIALIZE_SERIALIZE_CONFIG_H
 #define KELP_SERIALIZE_SERIALIZE_CONFIG_H
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -39,7 +40,7 @@ public:
     SerializeConfig() = default;
     SerializeConfig(const SerializeConfig&) = default;
     SerializeConfig& operator=(const SerializeConfig&) = default;
-    virtual ~SerializeConfig();
+    virtual ~SerializeConfig() = default;
 
     std::uint8_t setting1{1U};
     std::uint8_t setting2{0U};
@@ -105,7 +106,24 @@ inline std::uint64_t ToOrder(std::uint64_t value, ByteOrder order) noexcept {
 
 /// Reads a length field of 1, 2 or 4 bytes from `data` in `order`; any other size reads 0.
 /// The caller has checked that `size` bytes are readable.
-std::uint32_t ReadLengthField(const unsigned char* data, std::uint64_t size, ByteOrder order) noexcept;
+inline std::uint32_t ReadLengthField(const unsigned char* data, std::uint64_t size, ByteOrder order) noexcept {
+    switch (size) {
+        case 1U:
+            return data[0];
+        case 2U: {
+            std::uint16_t v{};
+            std::memcpy(&v, data, sizeof(v));
+            return ToOrder(v, order);
+        }
+        case 4U: {
+            std::uint32_t v{};
+            std::memcpy(&v, data, sizeof(v));
+            return ToOrder(v, order);
+        }
+        default:
+            return 0U;
+    }
+}
 
 }  // namespace detail
 }  // namespace kelp::serialize
