@@ -1,150 +1,93 @@
-// Message tables, names, ids and exceptions of the Exec, Core and Future domains.
+// Names, ids and message tables of the Exec, Core and Future domains; function groups and their states.
 #include "ara/exec/exec_error_domain.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
-#include <vector>
+#include <tuple>
 
 #include "ara/core/core_error_domain.h"
 #include "ara/core/future_error_domain.h"
-#include "ara/exec/execution_state.h"
+#include "ara/exec/function_group.h"
+#include "ara/exec/function_group_state.h"
 
 namespace {
 
 using ara::core::ErrorDomain;
+using ara::exec::FunctionGroup;
+using ara::exec::FunctionGroupState;
 
-struct MessageRow {
-    ErrorDomain::CodeType code;
-    const char* text;
-};
+const ErrorDomain& exec = ara::exec::GetExecErrorDomain();
 
-TEST(ExecErrorDomainTest, NameIdAndMessageTable) {
-    const ErrorDomain& domain = ara::exec::GetExecErrorDomain();
-    EXPECT_STREQ(domain.Name(), "Exec");
-    EXPECT_EQ(domain.Id(), 0x8000000000000300ULL);
-    EXPECT_EQ(domain.Id(), 9223372036854776576ULL);
-    const MessageRow rows[] = {
-        {1, "Some unspecified error occurred"},
-        {2, "Invalid argument was passed"},
-        {3, "Communication error occurred"},
-        {4, "Wrong meta model identifier passed to a function"},
-        {5, "Transition to the requested Function Group state was cancelled by a newer request"},
-        {6, "Transition to the requested Function Group state failed"},
-        {7, "Execution Management is busy and cannot provide requested information"},
+TEST(ErrorDomainTest, NamesIdsAndMessageTables) {
+    const ErrorDomain& core = ara::core::GetCoreErrorDomain();
+    const ErrorDomain& future = ara::core::GetFutureErrorDomain();
+    EXPECT_STREQ(exec.Name(), "Exec");
+    EXPECT_EQ(exec.Id(), 0x8000000000000300ULL);
+    EXPECT_STREQ(core.Name(), "Core");
+    EXPECT_EQ(core.Id(), 0x8000000000000014ULL);
+    EXPECT_STREQ(future.Name(), "Future");
+    EXPECT_EQ(future.Id(), 0x8000000000000013ULL);
+    const std::tuple<const ErrorDomain&, ErrorDomain::CodeType, const char*> rows[] = {
+        {exec, 1, "Some unspecified error occurred"},
+        {exec, 2, "Invalid argument was passed"},
+        {exec, 3, "Communication error occurred"},
+        {exec, 4, "Wrong meta model identifier passed to a function"},
+        {exec, 5, "Transition to the requested Function Group state was cancelled by a newer request"},
+        {exec, 6, "Transition to the requested Function Group state failed"},
+        {exec, 7, "Execution Management is busy and cannot provide requested information"},
+        {core, 22, "Invalid argument"},
+        {core, 137, "Invalid meta model short name"},
+        {core, 138, "Invalid meta model path"},
+        {future, 101, "broken promise"},
+        {future, 102, "future already retrieved"},
+        {future, 103, "promise already satisfied"},
+        {future, 104, "no state"},
     };
-    for (const MessageRow& row : rows) {
-        EXPECT_STREQ(domain.Message(row.code), row.text) << "code " << row.code;
-        EXPECT_EQ(ara::core::ErrorCode(static_cast<ara::exec::ExecErrc>(row.code)).Message(), row.text);
+    for (const auto& [domain, code, text] : rows) {
+        EXPECT_STREQ(domain.Message(code), text) << domain.Name() << " " << code;
     }
 }
 
-TEST(ExecErrorDomainTest, UnknownCodesGiveEmptyTextAndStayStable) {
-    const ErrorDomain& domain = ara::exec::GetExecErrorDomain();
+TEST(ErrorDomainTest, UnknownExecCodesGiveAStableEmptyText) {
     for (const ErrorDomain::CodeType code : {0, 8, -1, 2147483647}) {
-        const char* first = domain.Message(code);
-        EXPECT_STREQ(first, "") << "code " << code;
-        EXPECT_EQ(domain.Message(code), first) << "a repeated lookup returns the same entry";
+        const char* first = exec.Message(code);
+        EXPECT_STREQ(first, "") << code;
+        EXPECT_EQ(exec.Message(code), first) << "a repeated lookup returns the same entry";
     }
-    EXPECT_STREQ(domain.Message(1), "Some unspecified error occurred") << "known entries unaffected";
-}
-
-TEST(ExecErrorDomainTest, ConcurrentLookupsOfNewCodesAreSafe) {
-    const ErrorDomain& domain = ara::exec::GetExecErrorDomain();
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&domain, t] {
-            for (int i = 0; i < 500; ++i) {
-                EXPECT_STREQ(domain.Message(1000 + (i * 4) + t), "");
-                EXPECT_STREQ(domain.Message(7),
-                             "Execution Management is busy and cannot provide requested information");
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-}
-
-TEST(CoreErrorDomainTest, NameIdAndMessageTable) {
-    const ErrorDomain& domain = ara::core::GetCoreErrorDomain();
-    EXPECT_STREQ(domain.Name(), "Core");
-    EXPECT_EQ(domain.Id(), 0x8000000000000014ULL);
-    const MessageRow rows[] = {
-        {22, "Invalid argument"},
-        {137, "Invalid meta model short name"},
-        {138, "Invalid meta model path"},
-    };
-    for (const MessageRow& row : rows) {
-        EXPECT_STREQ(domain.Message(row.code), row.text) << "code " << row.code;
-    }
-}
-
-TEST(FutureErrorDomainTest, NameIdAndMessageTable) {
-    const ErrorDomain& domain = ara::core::GetFutureErrorDomain();
-    EXPECT_STREQ(domain.Name(), "Future");
-    EXPECT_EQ(domain.Id(), 0x8000000000000013ULL);
-    const MessageRow rows[] = {
-        {101, "broken promise"},
-        {102, "future already retrieved"},
-        {103, "promise already satisfied"},
-        {104, "no state"},
-    };
-    for (const MessageRow& row : rows) {
-        EXPECT_STREQ(domain.Message(row.code), row.text) << "code " << row.code;
-    }
+    EXPECT_STREQ(exec.Message(1), "Some unspecified error occurred") << "known entries unaffected";
 }
 
 TEST(ErrorDomainDeathTest, UnknownCoreAndFutureCodesAbortWithTheFallbackText) {
     EXPECT_DEATH(ara::core::GetCoreErrorDomain().Message(1), "Unknown core error");
-    EXPECT_DEATH(ara::core::GetCoreErrorDomain().Message(0), "Unknown core error");
-    EXPECT_DEATH(ara::core::GetFutureErrorDomain().Message(100), "unknown future error");
     EXPECT_DEATH(ara::core::GetFutureErrorDomain().Message(105), "unknown future error");
 }
 
-TEST(ErrorDomainTest, DomainsAreDistinctAndEqualByIdOnly) {
-    const ara::exec::ExecErrorDomain local;  // another object with the Exec id
-    EXPECT_EQ(local, ara::exec::GetExecErrorDomain());
-    EXPECT_NE(ara::exec::GetExecErrorDomain(), ara::core::GetCoreErrorDomain());
-    EXPECT_NE(ara::core::GetCoreErrorDomain(), ara::core::GetFutureErrorDomain());
-    EXPECT_EQ(ara::core::ErrorCode(3, local), ara::core::ErrorCode(ara::exec::ExecErrc::kCommunicationError));
-    EXPECT_NE(ara::core::ErrorCode(ara::exec::ExecErrc::kGeneralError),
-              ara::core::ErrorCode(1, ara::core::GetCoreErrorDomain()));
-}
-
-// Each domain throws its own exception type holding the whole code.
-TEST(ErrorDomainTest, ThrowAsExceptionThrowsTheDomainsException) {
-    try {
-        ara::core::ErrorCode(ara::exec::ExecErrc::kBusy, 9).ThrowAsException();
-        FAIL();
-    } catch (const ara::exec::ExecException& e) {
-        EXPECT_EQ(e.Error().Value(), 7);
-        EXPECT_EQ(e.Error().SupportData(), 9);
-        EXPECT_EQ(e.Error().Domain().Id(), ara::exec::ExecErrorDomain::kId);
-        EXPECT_STREQ(e.what(), "Execution Management is busy and cannot provide requested information");
+TEST(FunctionGroupTest, GroupsAndStatesViewTheCallersTextAndCompareItByteWise) {
+    const std::string machine = "/fg/Machine";
+    const std::string running = "Running";
+    const FunctionGroup group(FunctionGroup::Preconstruct(machine).Value());
+    const FunctionGroupState state(FunctionGroupState::Preconstruct(group, running).Value());
+    EXPECT_EQ(state.FunctionGroupMetaModel().data(), machine.data()) << "the text is viewed, not copied";
+    EXPECT_EQ(state.State().data(), running.data());
+    // Another group and state, each text in a buffer of its own; whether each equals the first.
+    const std::tuple<std::string, std::string, bool, bool> rows[] = {
+        {"/fg/Machine", "Running", true, true},
+        {"/fg/Machine", "Off", true, false},
+        {"/fg/Machine", "Running ", true, false},
+        {"/fg/Machin", "Running", false, false},
+        {"/fg/Machine/", "Running", false, false},
+        {"/FG/Machine", "Running", false, false},
+        {"/fg//Machine", "Running", false, false},
+    };
+    for (const auto& [otherPath, otherName, sameGroup, sameState] : rows) {
+        const FunctionGroup otherGroup(FunctionGroup::Preconstruct(otherPath).Value());
+        const FunctionGroupState otherState(FunctionGroupState::Preconstruct(otherGroup, otherName).Value());
+        EXPECT_EQ(group == otherGroup, sameGroup) << otherPath;
+        EXPECT_EQ(group != otherGroup, !sameGroup) << otherPath;
+        EXPECT_EQ(state == otherState, sameState) << otherPath << "/" << otherName;
+        EXPECT_EQ(state != otherState, !sameState) << otherPath << "/" << otherName;
     }
-    EXPECT_THROW(ara::core::ErrorCode(ara::core::CoreErrc::kInvalidArgument).ThrowAsException(),
-                 ara::core::CoreException);
-    EXPECT_THROW(ara::core::ErrorCode(ara::core::future_errc::kNoState).ThrowAsException(), ara::core::FutureException);
-    try {
-        ara::core::ErrorCode(ara::core::future_errc::kBrokenPromise).ThrowAsException();
-    } catch (const std::exception& e) {
-        EXPECT_STREQ(e.what(), "broken promise");
-    }
-}
-
-TEST(ExecErrorDomainTest, ExceptionOfAnUnknownCodeHasEmptyText) {
-    const ara::exec::ExecException e(ara::core::ErrorCode(42, ara::exec::GetExecErrorDomain()));
-    EXPECT_STREQ(e.what(), "");
-}
-
-TEST(ExecutionStateTest, NamesHoldExactlyTheTwoStates) {
-    ASSERT_EQ(ara::exec::ExecutionStateNames.size(), 2U);
-    EXPECT_EQ(ara::exec::ExecutionStateNames.at(ara::exec::ExecutionState::kRunning), "kRunning");
-    EXPECT_EQ(ara::exec::ExecutionStateNames.at(ara::exec::ExecutionState::kTerminating), "kTerminating");
-    EXPECT_EQ(ara::exec::ExecutionStateNames.count(static_cast<ara::exec::ExecutionState>(2)), 0U);
-    EXPECT_EQ(sizeof(ara::exec::ExecutionState), 1U);
 }
 
 }  // namespace

@@ -13,34 +13,30 @@ namespace {
 using tarn::em::util::KeyValueStorage;
 
 TEST(KeyValueStorageConcurrencyTest, CopiesStayValidWhileTheOriginalIsReplaced) {
-    KeyValueStorage original;
     KeyValueStorage::List list(64U);
     for (unsigned int i = 0U; i < list.size(); ++i) {
         list[i].SetKey("k" + std::to_string(i));
         list[i].SetValue(i);
     }
+    KeyValueStorage original;
     original.SetValue(list);
-
-    constexpr int READERS = 4;
-    constexpr int ROUNDS = 2000;
-    std::vector<KeyValueStorage> copies(READERS, original);
+    constexpr unsigned int ROUNDS = 2000U;
     std::atomic<int> mismatches{0};
     std::vector<std::thread> readers;
-    for (int r = 0; r < READERS; ++r) {
-        readers.emplace_back([&copies, &mismatches, r] {
-            for (int round = 0; round < ROUNDS; ++round) {
+    for (int r = 0; r < 4; ++r) {
+        readers.emplace_back([copy = original, &mismatches] {
+            for (unsigned int round = 0U; round < ROUNDS; ++round) {
                 KeyValueStorage found;
                 unsigned int value = 0U;
-                const unsigned int index = static_cast<unsigned int>(round) % 64U;
-                if (!copies[static_cast<std::size_t>(r)].GetValue("k" + std::to_string(index), found) ||
-                    !found.GetUint32(value) || value != index) {
+                if (!copy.GetValue("k" + std::to_string(round % 64U), found) || !found.GetUint32(value) ||
+                    value != round % 64U) {
                     mismatches.fetch_add(1);
                 }
-                KeyValueStorage again = copies[static_cast<std::size_t>(r)];  // shares, then releases
+                const KeyValueStorage again = copy;  // shares, then releases
             }
         });
     }
-    for (int round = 0; round < ROUNDS; ++round) {
+    for (unsigned int round = 0U; round < ROUNDS; ++round) {
         original.SetValue(KeyValueStorage::List{});
         original.SetValue(list);
     }

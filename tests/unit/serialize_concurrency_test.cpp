@@ -7,64 +7,45 @@
 #include <thread>
 #include <vector>
 
-#include "ara/exec/execution_state.h"
-#include "ara/quill/common/log/log.h"
 #include "kelp/brio/serialize/params_serializer.h"
 #include "kelp/serialize/someip/deserializer.h"
 #include "kelp/serialize/someip/serializer.h"
 
 namespace {
 
-using ara::exec::Process;
-using kelp::serialize::SerializationNode;
-using kelp::serialize::SerializationNodeList;
-using kelp::serialize::SERIALIZE_SIZE_ERROR;
-using kelp::serialize::SerializeConfig;
+namespace ks = kelp::serialize;
+using List = std::vector<ara::exec::Process>;
+using Reader = ks::someip::Deserializer<List>;
 
 TEST(SerializeConcurrencyTest, SharedNodeTreeAcrossThreads) {
-    auto method = std::make_shared<SerializationNode>();
-    method->isTlv = true;
-    method->children = std::make_shared<SerializationNodeList>();
+    const ks::SerializeConfig defaults;
+    ks::SerializationNode method;  // TLV members with data ids 1 and 2 and dynamic length fields
+    method.isTlv = true;
+    method.children = std::make_shared<ks::SerializationNodeList>();
     for (std::uint16_t id = 1U; id <= 2U; ++id) {
-        auto child = std::make_shared<SerializationNode>();
-        child->dataId = id;
-        child->dynamicLengthField = true;
-        method->children->push_back(child);
+        method.children->push_back(std::make_shared<ks::SerializationNode>());
+        method.children->back()->dataId = id;
+        method.children->back()->dynamicLengthField = true;
     }
-    const std::vector<Process> list = {Process{"a", "b", "c", "d", true}, Process{"", "", "", "", false}};
-    std::vector<unsigned char> encoded;
-    {
-        kelp::serialize::someip::Serializer<std::vector<Process>> writer(list, SerializeConfig{});
-        encoded.resize(writer.GetSize());
-        kelp::serialize::someip::Serializer<std::vector<Process>>(list, SerializeConfig{}, nullptr, encoded.size())
-            .Serialize(encoded.data());
-    }
-    const std::vector<unsigned char> truncated(encoded.begin(), encoded.end() - 1);
+    const List list = {{"a", "b", "c", "d", true}, {"", "", "", "", false}};
+    ks::someip::Serializer<List> writer(list, defaults, nullptr, 4096U);
+    std::vector<unsigned char> bytes(writer.GetSize());
+    writer.Serialize(bytes.data());
     const ara::core::String name = "MachineFG";
-
     std::atomic<int> mismatches{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&] {
             for (int i = 0; i < 300; ++i) {
-                kelp::brio::serialize::ParamsSerializer request(
-                    nullptr, kelp::serialize::SerializeType::kSomeip, *method, SerializeConfig{});
+                kelp::brio::serialize::ParamsSerializer request(nullptr, ks::SerializeType::kSomeip, method, defaults);
                 std::vector<unsigned char> payload(request.GetSerializedSize(name, true));
                 request.SerializeArguments(payload.data(), name, true);
-                if (payload.size() != 2U + 1U + 13U + 2U + 1U || payload[0] != 0x50U) {
-                    ++mismatches;
-                }
-                const kelp::serialize::someip::Deserializer<std::vector<Process>> good(
-                    encoded.data(), encoded.size(), SerializeConfig{});
-                if (good.GetValue() != list) {
-                    ++mismatches;
-                }
-                // Refusals log from every thread at once.
-                const kelp::serialize::someip::Deserializer<std::vector<Process>> bad(
-                    truncated.data(), truncated.size(), SerializeConfig{});
-                if (bad.GetSize() != SERIALIZE_SIZE_ERROR) {
-                    ++mismatches;
-                }
+                const bool tagged = payload.size() == 2U + 1U + 13U + 2U + 1U && payload[0] == 0x50U;
+                const bool decoded = Reader(bytes.data(), bytes.size(), defaults).GetValue() == list;
+                // The refusal of a truncated list logs from every thread at once.
+                const bool refused =
+                    Reader(bytes.data(), bytes.size() - 1U, defaults).GetSize() == ks::SERIALIZE_SIZE_ERROR;
+                mismatches += (tagged && decoded && refused) ? 0 : 1;
             }
         });
     }

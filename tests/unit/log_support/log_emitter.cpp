@@ -1,6 +1,5 @@
-// Child program of the log tests: opens a context, emits one record per level and exits, while
-// a logger held in a static logs again during static destruction.
-//
+// Child program of the log process tests: emits one record per level and exits, while a logger
+// held in a static logs again during static destruction.
 // usage: log_emitter <appId|-> <ctxId> <text> [busy]
 //   "-" leaves the app id empty; "busy" keeps a second thread logging while the process exits.
 #include <atomic>
@@ -19,8 +18,7 @@ using ara::quill::common::log::Log;
 struct TeardownLogger {
     std::shared_ptr<Log> log{Log::GetLog("TEAR")};
     ~TeardownLogger() { log->error() << "record from a static destructor"; }
-};
-TeardownLogger teardownLogger;
+} teardownLogger;
 
 std::atomic<bool> busyStarted{false};
 
@@ -30,12 +28,9 @@ int main(int argc, char** argv) {
     if (argc < 4) {
         return 2;
     }
-    const std::string appId = argv[1] == std::string("-") ? std::string() : std::string(argv[1]);
     const std::string ctxId = argv[2];
     const std::string text = argv[3];
-    const bool busy = argc > 4 && std::string(argv[4]) == "busy";
-
-    Log::InitLog(appId, ctxId, "context " + ctxId + " of the log emitter");
+    Log::InitLog(argv[1] == std::string("-") ? "" : argv[1], ctxId, "context " + ctxId + " of the log emitter");
     const auto log = Log::GetLog(ctxId);
     log->fatal() << text << " at fatal";
     log->error() << text << " at error";
@@ -43,8 +38,7 @@ int main(int argc, char** argv) {
     log->info() << text << " at info";
     log->debug() << text << " at debug";
     log->verbose() << text << " at verbose";
-
-    if (busy) {
+    if (argc > 4 && std::string(argv[4]) == "busy") {
         std::thread([log] {
             for (unsigned i = 0U;; ++i) {
                 log->error() << "busy record " << i;
