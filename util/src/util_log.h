@@ -9,13 +9,8 @@
 
 namespace tarn::em::util::detail {
 
-/// LogEm::log, or the same context looked up when called before the library-wide loggers
-/// are initialised (from another library's static initialisation).
 inline std::shared_ptr<ara::quill::common::log::Log> EmLog() {
-    if (tarn::em::LogEm::log != nullptr) {
-        return tarn::em::LogEm::log;
-    }
-    return ara::quill::common::log::Log::GetLog("EM");
+    return tarn::em::GetEmLog();
 }
 
 }  // namespace tarn::em::util::detail

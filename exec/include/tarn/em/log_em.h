@@ -13,6 +13,12 @@ struct ARA_EXPORT LogEm {
     static std::shared_ptr<ara::quill::common::log::Log> logChecker;  ///< context "CHECKER"
 };
 
+/// LogEm::log, or the same context looked up when called before the library-wide loggers
+/// are initialised (from another library's static initialisation).
+inline std::shared_ptr<ara::quill::common::log::Log> GetEmLog() {
+    return LogEm::log != nullptr ? LogEm::log : ara::quill::common::log::Log::GetLog("EM");
+}
+
 }  // namespace tarn::em
 
 #endif
