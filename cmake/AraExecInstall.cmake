@@ -2,7 +2,7 @@
 # (find_package(AraExec) -> AraExec::ara_exec) and the pkg-config file ara_exec.pc.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS ara_platform kelp_brio ara_exec
+install(TARGETS ara_platform kelp_brio brio_ddsdriver ara_exec
         EXPORT AraExecTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}

@@ -1,0 +1,68 @@
+// The Cyclone log sink: records go to the "CM" log as "[CycloneDDS][<level>][<text>]", at most
+// 20 per level and second.
+#include "cyclone_log.h"
+
+#include <dds/dds.h>
+
+#include <mutex>
+
+#include "ara/quill/common/log/log.h"
+
+namespace kelp::driver::dds {
+
+void AppendToCapture(const std::string& text);
+
+namespace {
+
+thread_local CycloneLogCapture* g_capture = nullptr;
+
+const ara::quill::common::log::LimitConfig CYCLONE_LOG_LIMIT{1000U, 20U};
+
+void Sink(void* /*arg*/, const dds_log_data_t* data) {
+    if (data == nullptr || data->message == nullptr) {
+        return;
+    }
+    std::string text(data->message, data->size);
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) {
+        text.pop_back();
+    }
+    if (text.empty()) {
+        return;
+    }
+    AppendToCapture(text);
+    const auto logger = ara::quill::common::log::Log::GetLog("CM");
+    if ((data->priority & (DDS_LC_FATAL | DDS_LC_ERROR)) != 0U) {
+        logger->error("CycloneDDS_error", CYCLONE_LOG_LIMIT) << "[CycloneDDS][error][" << text << "]";
+    } else if ((data->priority & DDS_LC_WARNING) != 0U) {
+        logger->warn("CycloneDDS_warning", CYCLONE_LOG_LIMIT) << "[CycloneDDS][warning][" << text << "]";
+    } else {
+        logger->debug() << "[CycloneDDS][info][" << text << "]";
+    }
+}
+
+}  // namespace
+
+void AppendToCapture(const std::string& text) {
+    if (g_capture != nullptr) {
+        g_capture->text_ += (g_capture->text_.empty() ? "" : "; ") + text;
+    }
+}
+
+void RouteCycloneLog() {
+    static std::once_flag once;
+    std::call_once(once, [] { dds_set_log_sink(&Sink, nullptr); });
+}
+
+CycloneLogCapture::CycloneLogCapture() : outer_(g_capture) {
+    g_capture = this;
+}
+
+CycloneLogCapture::~CycloneLogCapture() {
+    g_capture = outer_;
+}
+
+std::string CycloneLogCapture::Reason() const {
+    return text_.empty() ? std::string("unknown") : text_;
+}
+
+}  // namespace kelp::driver::dds

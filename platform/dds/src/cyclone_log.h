@@ -1,0 +1,34 @@
+// Cyclone DDS's own log records (errors and warnings: a configuration file that cannot be
+// read, an interface that does not exist, refused security settings) go to the "CM" log, so
+// the reason of a failed call is in our log and not only on Cyclone's standard error.
+#ifndef KELP_DRIVER_DDS_CYCLONE_LOG_H
+#define KELP_DRIVER_DDS_CYCLONE_LOG_H
+
+#include <string>
+
+namespace kelp::driver::dds {
+
+/// Installs the process-wide Cyclone log sink (once; later calls do nothing).
+void RouteCycloneLog();
+
+/// Collects the Cyclone records logged on the current thread while it lives, so that a failed
+/// create call can name Cyclone's reason.
+class CycloneLogCapture {
+public:
+    CycloneLogCapture();
+    ~CycloneLogCapture();
+    CycloneLogCapture(const CycloneLogCapture&) = delete;
+    CycloneLogCapture& operator=(const CycloneLogCapture&) = delete;
+
+    /// The records so far, joined by "; "; "unknown" when there were none.
+    std::string Reason() const;
+
+private:
+    friend void AppendToCapture(const std::string& text);
+    std::string text_;
+    CycloneLogCapture* outer_;
+};
+
+}  // namespace kelp::driver::dds
+
+#endif

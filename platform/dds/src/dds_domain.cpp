@@ -1,0 +1,104 @@
+// The process's Cyclone domains: creation on first use, and each domain's worker thread.
+#include "dds_domain.h"
+
+#include <map>
+
+#include "ara/quill/common/log/log.h"
+#include "cyclone_log.h"
+#include "domain_config.h"
+#include "service_directory.h"
+
+namespace kelp::driver::dds {
+namespace {
+
+struct DomainTable {
+    std::mutex mutex;
+    std::map<std::int16_t, std::unique_ptr<Domain>> domains;
+};
+
+// Never destroyed: endpoints of static objects may still use their domain at process exit.
+DomainTable& Table() {
+    static DomainTable* const table = new DomainTable;
+    return *table;
+}
+
+bool SameNetwork(const std::pair<std::string, bool>& a, const std::pair<std::string, bool>& b) {
+    return NetworkFragment(a) == NetworkFragment(b);
+}
+
+}  // namespace
+
+Domain* Domain::Acquire(std::int16_t domainId,
+                        const std::pair<std::string, bool>& network,
+                        std::uint32_t participantLeaseMs) {
+    const auto logger = ara::quill::common::log::Log::GetLog("CM");
+    DomainTable& table = Table();
+    const std::lock_guard<std::mutex> lock(table.mutex);
+    const auto it = table.domains.find(domainId);
+    if (it != table.domains.end()) {
+        if (!SameNetwork(it->second->network_, network)) {
+            logger->warn("DDSDriver_network_differs", {10000U, 1U})
+                << "[DDSDriver][Network differs from the domain's, the domain's is used][domain=" << domainId
+                << ", network=" << network.first << ", inUse=" << it->second->network_.first << "]";
+        }
+        return it->second.get();
+    }
+
+    RouteCycloneLog();
+    const std::string config =
+        DomainConfigFromEnvironment(network, participantLeaseMs, static_cast<std::uint32_t>(domainId));
+    const CycloneLogCapture capture;
+    Entity domain(dds_create_domain(static_cast<dds_domainid_t>(domainId), config.c_str()));
+    Entity participant;
+    if (domain.Valid()) {
+        participant = Entity(dds_create_participant(static_cast<dds_domainid_t>(domainId), nullptr, nullptr));
+    }
+    if (!participant.Valid()) {
+        const DdsStatus& status = domain.Valid() ? participant.Status() : domain.Status();
+        logger->error() << "[DDSDriver][Cyclone DDS domain cannot start][domain=" << domainId << ", " << status.Text()
+                        << ", reason=" << capture.Reason() << "]";
+        return nullptr;
+    }
+    logger->info() << "[DDSDriver][Domain started][domain=" << domainId << ", config=" << config << "]";
+    std::unique_ptr<Domain> created(new Domain(domainId, network, std::move(domain), std::move(participant)));
+    return table.domains.emplace(domainId, std::move(created)).first->second.get();
+}
+
+Domain::Domain(std::int16_t id, std::pair<std::string, bool> network, Entity domain, Entity participant)
+    : id_(id),
+      network_(std::move(network)),
+      domain_(std::move(domain)),
+      participant_(std::move(participant)),
+      directory_(std::make_unique<ServiceDirectory>(*this)) {}
+
+Domain::~Domain() = default;
+
+void Domain::Post(std::function<void()> task) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        tasks_.push_back(std::move(task));
+        if (!workerStarted_) {
+            workerStarted_ = true;
+            // Detached: the domain outlives it, and the process ends it.
+            std::thread worker([this] { RunWorker(); });
+            workerId_.store(worker.get_id());
+            worker.detach();
+        }
+    }
+    wake_.notify_one();
+}
+
+void Domain::RunWorker() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    for (;;) {
+        wake_.wait(lock, [this] { return !tasks_.empty(); });
+        std::function<void()> task = std::move(tasks_.front());
+        tasks_.pop_front();
+        lock.unlock();
+        task();
+        task = nullptr;
+        lock.lock();
+    }
+}
+
+}  // namespace kelp::driver::dds
