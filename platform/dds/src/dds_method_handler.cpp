@@ -220,10 +220,13 @@ void DDSMethodHandler::Core::ReportStateChanges() {
 
 std::shared_ptr<DDSMethodHandler> DDSMethodHandler::Create(Domain& domain, const DDSMethodInfo& info) {
     auto core = std::make_shared<Core>(domain, info);
+    // Known to the directory before its endpoints exist: their listeners may report the first
+    // match at once, and a report for an unknown method is ignored.
+    domain.Directory().AddMethod(core->serviceId, core.get());
     if (!core->Open()) {
+        domain.Directory().RemoveMethod(core->serviceId, core.get());
         return nullptr;
     }
-    domain.Directory().AddMethod(core->serviceId, core.get());
     core->logger->debug() << "[DDSMethodHandler][Created][topic=" << core->requestTopicName
                           << ", clientId=" << ClientIdText(core->clientId) << "]";
     return std::make_shared<DDSMethodHandler>(std::move(core));
