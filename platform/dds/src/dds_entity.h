@@ -5,6 +5,8 @@
 
 #include <dds/dds.h>
 
+#include <atomic>
+#include <cstdint>
 #include <string>
 #include <utility>
 
@@ -70,15 +72,58 @@ private:
     dds_qos_t* qos_;
 };
 
+/// Base of every object a listener is given as its argument. Cyclone hands that argument to
+/// its own threads, and waits for running listener calls in dds_delete, through locks that
+/// ThreadSanitizer cannot see (the library is not instrumented). So the hand-offs are made
+/// visible with atomics of our own: the object is published with a release store when its
+/// listener is made, a listener call holds it through From() (an acquire when it starts, a
+/// release when it ends), and the owner calls ListenersDone() once the entities are deleted.
+class ListenerTarget {
+public:
+    /// One listener call's hold on its target.
+    template <typename T>
+    class Call {
+    public:
+        explicit Call(void* arg) noexcept : target_(static_cast<T*>(arg)) {
+            (void)Base().published_.load(std::memory_order_acquire);
+        }
+        ~Call() { (void)Base().calls_.fetch_add(1U, std::memory_order_release); }
+        Call(const Call&) = delete;
+        Call& operator=(const Call&) = delete;
+        T* operator->() const noexcept { return target_; }
+        T* get() const noexcept { return target_; }
+
+    private:
+        const ListenerTarget& Base() const noexcept { return *target_; }
+        T* target_;
+    };
+
+    template <typename T>
+    static Call<T> From(void* arg) noexcept {
+        return Call<T>(arg);
+    }
+    /// After the entities whose listeners reach this object are deleted.
+    void ListenersDone() const noexcept { (void)calls_.load(std::memory_order_acquire); }
+
+private:
+    friend class Listener;
+    std::atomic<bool> published_{false};
+    mutable std::atomic<std::uint32_t> calls_{0U};
+};
+
 class Listener {
 public:
-    explicit Listener(void* arg) : listener_(dds_create_listener(arg)) {}
+    explicit Listener(ListenerTarget* arg) : listener_(dds_create_listener(Publish(arg))) {}
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
     ~Listener() { dds_delete_listener(listener_); }
     dds_listener_t* Get() const noexcept { return listener_; }
 
 private:
+    static void* Publish(ListenerTarget* target) noexcept {
+        target->published_.store(true, std::memory_order_release);
+        return target;
+    }
     dds_listener_t* listener_;
 };
 

@@ -21,7 +21,7 @@ constexpr std::chrono::milliseconds MATCH_WAIT{1000};
 const ara::quill::common::log::LimitConfig HANDLER_LOG_LIMIT{500U, 1U};
 }  // namespace
 
-struct DDSMethodHandler::Core : std::enable_shared_from_this<DDSMethodHandler::Core> {
+struct DDSMethodHandler::Core : ListenerTarget, std::enable_shared_from_this<DDSMethodHandler::Core> {
     Core(Domain& owner, const DDSMethodInfo& info)
         : domain(owner),
           serviceId(info.GetServiceId()),
@@ -124,6 +124,7 @@ void DDSMethodHandler::Core::DeleteEntities() {
     writer.Reset();
     replyTopic.Reset();
     requestTopic.Reset();
+    ListenersDone();
 }
 
 void DDSMethodHandler::Core::Close() {
@@ -137,7 +138,7 @@ void DDSMethodHandler::Core::Close() {
 }
 
 bool DDSMethodHandler::Core::AcceptReply(const void* sample, void* arg) {
-    const auto* core = static_cast<const Core*>(arg);
+    const auto core = ListenerTarget::From<const Core>(arg);
     return core->clientIdSet.load(std::memory_order_acquire) &&
            std::memcmp(static_cast<const kelp_dds_MethodSample*>(sample)->clientId,
                        core->clientId.data(),
@@ -145,8 +146,8 @@ bool DDSMethodHandler::Core::AcceptReply(const void* sample, void* arg) {
 }
 
 void DDSMethodHandler::Core::OnReply(dds_entity_t reader, void* arg) {
-    auto* core = static_cast<Core*>(arg);
-    const DispatchScope scope(core);
+    const auto core = ListenerTarget::From<Core>(arg);
+    const DispatchScope scope(core.get());
     while (const std::shared_ptr<SampleMsg> msg = SampleMsg::Take(reader)) {
         if (msg->clientId != core->clientId) {
             continue;  // the topic filter already keeps them out
@@ -161,17 +162,17 @@ void DDSMethodHandler::Core::OnReply(dds_entity_t reader, void* arg) {
 void DDSMethodHandler::Core::OnWriterMatched(dds_entity_t /*writer*/,
                                              dds_publication_matched_status_t status,
                                              void* arg) {
-    static_cast<Core*>(arg)->UpdateMatch(&Core::serverReaders, status.current_count);
+    ListenerTarget::From<Core>(arg)->UpdateMatch(&Core::serverReaders, status.current_count);
 }
 
 void DDSMethodHandler::Core::OnReaderMatched(dds_entity_t /*reader*/,
                                              dds_subscription_matched_status_t status,
                                              void* arg) {
-    static_cast<Core*>(arg)->UpdateMatch(&Core::serverWriters, status.current_count);
+    ListenerTarget::From<Core>(arg)->UpdateMatch(&Core::serverWriters, status.current_count);
 }
 
 void DDSMethodHandler::Core::OnLiveliness(dds_entity_t /*reader*/, dds_liveliness_changed_status_t status, void* arg) {
-    static_cast<Core*>(arg)->UpdateMatch(&Core::aliveWriters, status.alive_count);
+    ListenerTarget::From<Core>(arg)->UpdateMatch(&Core::aliveWriters, status.alive_count);
 }
 
 void DDSMethodHandler::Core::UpdateMatch(std::uint32_t Core::*count, std::uint32_t value) {

@@ -20,7 +20,7 @@ constexpr std::chrono::milliseconds CLIENT_MATCH_WAIT{500};
 const ara::quill::common::log::LimitConfig SERVER_LOG_LIMIT{500U, 1U};
 }  // namespace
 
-struct DDSMethodServerHandler::Core {
+struct DDSMethodServerHandler::Core : ListenerTarget {
     Core(Domain& owner, const DDSMethodInfo& info)
         : domain(owner),
           requestTopicName(info.GetRequestTopicName()),
@@ -89,11 +89,12 @@ void DDSMethodServerHandler::Core::DeleteEntities() {
     writer.Reset();
     replyTopic.Reset();
     requestTopic.Reset();
+    ListenersDone();
 }
 
 void DDSMethodServerHandler::Core::OnRequest(dds_entity_t reader, void* arg) {
-    auto* core = static_cast<Core*>(arg);
-    const DispatchScope scope(core);
+    const auto core = ListenerTarget::From<Core>(arg);
+    const DispatchScope scope(core.get());
     while (const std::shared_ptr<SampleMsg> msg = SampleMsg::Take(reader)) {
         if (!core->request.Invoke(std::shared_ptr<types::MethodMsg>(msg))) {
             core->logger->warn("DDSMethodServerHandler_no_callback", SERVER_LOG_LIMIT)
@@ -106,7 +107,7 @@ void DDSMethodServerHandler::Core::OnRequest(dds_entity_t reader, void* arg) {
 void DDSMethodServerHandler::Core::OnReplyMatched(dds_entity_t /*writer*/,
                                                   dds_publication_matched_status_t status,
                                                   void* arg) {
-    auto* core = static_cast<Core*>(arg);
+    const auto core = ListenerTarget::From<Core>(arg);
     {
         const std::lock_guard<std::mutex> lock(core->mutex);
         ++core->matchEvents;

@@ -190,7 +190,7 @@ void ServiceDirectory::RemoveMethod(std::uint16_t serviceId, const void* method)
 }
 
 void ServiceDirectory::OnOfferData(dds_entity_t reader, void* arg) {
-    static_cast<ServiceDirectory*>(arg)->TakeOffers(reader);
+    ListenerTarget::From<ServiceDirectory>(arg)->TakeOffers(reader);
 }
 
 void ServiceDirectory::TakeOffers(dds_entity_t reader) {

@@ -22,7 +22,7 @@ namespace kelp::driver::dds {
 
 class Domain;
 
-class ServiceDirectory {
+class ServiceDirectory : public ListenerTarget {
 public:
     using FindHandler = brio::driver::Driver::FindHandler;
 
