@@ -152,42 +152,6 @@ TEST_F(DdsRpcTest, RepliesCarryTheRequestBytesAndErrorFlag) {
     }
 }
 
-TEST_F(DdsRpcTest, BurstFromThreadsReachesEachCallerOnly) {
-    constexpr std::uint16_t THREADS = 4U;
-    constexpr std::uint16_t CALLS = 50U;
-    const EchoServer server(102, "burst");
-    Client clients[2] = {{102, "burst"}, {102, "burst"}};  // same method: the same session ids travel twice
-    ASSERT_TRUE(clients[0].WaitFound({1U}) && clients[1].WaitFound({1U}));
-    const auto payload = [](std::size_t client, std::uint16_t session) {
-        return Bytes{static_cast<unsigned char>(client),
-                     static_cast<unsigned char>(session >> 8U),
-                     static_cast<unsigned char>(session)};
-    };
-    std::vector<std::thread> threads;
-    for (std::size_t c = 0; c < 2U; ++c) {
-        for (std::uint16_t t = 0; t < THREADS; ++t) {
-            threads.emplace_back([&, c, t] {
-                for (std::uint16_t i = 0; i < CALLS; ++i) {
-                    const auto session = static_cast<std::uint16_t>(t * CALLS + i);
-                    EXPECT_TRUE(clients[c].Call(session, payload(c, session)));
-                }
-            });
-        }
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    for (std::size_t c = 0; c < 2U; ++c) {
-        ASSERT_TRUE(clients[c].WaitFor([&] { return clients[c].replies.size() >= THREADS * CALLS; }));
-        std::this_thread::sleep_for(50ms);  // a crossed reply would arrive as an extra one
-        const std::lock_guard<std::mutex> lock(clients[c].mutex);
-        ASSERT_EQ(clients[c].replies.size(), THREADS * CALLS);
-        for (const auto& [session, reply] : clients[c].replies) {
-            EXPECT_EQ(reply.first, payload(c, session)) << "client " << c << " session " << session;
-        }
-    }
-}
-
 TEST_F(DdsRpcTest, WithdrawalAndCrashAreReportedAndLoggedApart) {
     auto server = std::make_unique<EchoServer>(103, "life");
     Client client(103, "life");
