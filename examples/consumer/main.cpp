@@ -1,12 +1,95 @@
-// Prints the Exec error domain's messages and builds a Function Group state with the
-// installed library; exits non-zero if anything is not as documented.
+// Prints the Exec error domain's messages, builds a Function Group state, and makes one
+// method call from this process to a server in a child process over Cyclone DDS, all with
+// the installed library; exits non-zero if anything is not as documented.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "ara/core/result.h"
 #include "ara/exec/exec_error_domain.h"
 #include "ara/exec/function_group.h"
 #include "ara/exec/function_group_state.h"
+#include "tarn/em/util/rpc_client.h"
+#include "tarn/em/util/rpc_server.h"
+
+namespace {
+
+template <typename Endpoint>
+void Configure(Endpoint& endpoint) {
+    endpoint.SetDomainId(4);
+    endpoint.SetServiceId(57361);
+    endpoint.SetInstanceId("1");
+    endpoint.SetRequestTopicName("EM_RPC_REQUEST_STATE_MANAGER");
+    endpoint.SetReplyTopicName("EM_RPC_REPLY_STATE_MANAGER");
+    endpoint.ReadAndSetConfigIP();
+}
+
+/// The child: serves method 6 (the state of a Function Group) until its parent kills it.
+[[noreturn]] void Serve() {
+    tarn::em::util::RpcServer server("consumer/state-manager");
+    Configure(server);
+    const bool served =
+        server.Initialize() &&
+        server.RegisterMethod<ara::core::String, ara::core::String>(
+            6U, [](kelp::brio::Replier<ara::core::String> reply, const ara::core::String& group) {
+                reply.Reply(ara::core::String(group == "MachineFG" ? "Running" : "Off"));
+            }) &&
+        server.OfferService();
+    if (!served) {
+        std::_Exit(2);
+    }
+    pause();
+    std::_Exit(0);
+}
+
+/// The parent: asks the child for the state of MachineFG; 0 when the answer is "Running".
+int Call() {
+    tarn::em::util::RpcClient client(false);
+    Configure(client);
+    if (!client.Initialize() || !client.InitializeMethod<ara::core::String>(6U, false, false)) {
+        return 1;
+    }
+    bool found = false;
+    for (int attempt = 0; attempt < 5 && !found; ++attempt) {
+        found = client.GetFindServiceResult();
+    }
+    if (!found) {
+        std::printf("state manager service not found\n");
+        return 1;
+    }
+    auto future = client.proxy_.GetMethodProxy<ara::core::String>(6U)->Request(ara::core::String("MachineFG"));
+    if (future.wait_for(std::chrono::seconds(5)) != ara::core::future_status::kReady) {
+        std::printf("no reply\n");
+        return 1;
+    }
+    const auto result = future.GetResult();
+    std::printf("state of MachineFG over DDS: %s\n", result.HasValue() ? result.Value().c_str() : result.Error().Message().data());
+    return result.HasValue() && result.Value() == "Running" ? 0 : 1;
+}
+
+/// One call across a process boundary; each run gets its own discovery tag.
+int CallAcrossProcesses() {
+    const std::string tag = "<Discovery><Tag>consumer-" + std::to_string(getpid()) + "</Tag></Discovery>";
+    setenv("KELP_DDS_CONFIG", tag.c_str(), 1);
+    const pid_t server = fork();
+    if (server < 0) {
+        return 1;
+    }
+    if (server == 0) {
+        Serve();
+    }
+    const int result = Call();
+    kill(server, SIGKILL);
+    waitpid(server, nullptr, 0);
+    return result;
+}
+
+}  // namespace
 
 int main() {
     const ara::core::ErrorDomain& domain = ara::exec::GetExecErrorDomain();
@@ -45,6 +128,9 @@ int main() {
     }
     if (failures != 0) {
         std::printf("%d messages missing\n", failures);
+        return 1;
+    }
+    if (CallAcrossProcesses() != 0) {
         return 1;
     }
     std::printf("consumer ok\n");
