@@ -120,6 +120,12 @@ std::string RawPingPong(std::size_t payload, int seconds, const std::string& uri
     return out.empty() ? "ddsperf not available" : out;
 }
 
+/// The number after `label` in a ddsperf figure line ("... 50% 41.607us ..."), or 0.
+double Field(const std::string& line, const std::string& label) {
+    const auto at = line.find(label);
+    return at == std::string::npos ? 0.0 : std::atof(line.c_str() + at + label.size());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -154,6 +160,9 @@ int main(int argc, char** argv) {
     if (server == 0) {
         dup2(toServer[0], STDIN_FILENO);
         dup2(fromServer[1], STDOUT_FILENO);
+        for (const int fd : {toServer[0], toServer[1], fromServer[0], fromServer[1]}) {
+            close(fd);  // the server ends when the write end of its standard input closes
+        }
         setenv("RPC_BENCH_SERVER", "1", 1);
         execl("/proc/self/exe", argv[0], nullptr);
         _exit(127);
@@ -211,5 +220,13 @@ int main(int argc, char** argv) {
     std::printf("calls/s: 1 thread %.0f, 4 threads %.0f\n", one, four);
     std::printf("client resident memory: %ld KiB\n", rss);
     std::printf("raw Cyclone ping-pong (ddsperf, half round trips): %s", raw.c_str());
+    const double rawMedian = 2.0 * Field(raw, "50% ");
+    const double rawP99 = 2.0 * Field(raw, "99% ");
+    if (rawMedian > 0.0) {
+        std::printf("raw round trip: median %.1f us, p99 %.1f us; proxy / raw median: %.2f\n",
+                    rawMedian,
+                    rawP99,
+                    median / rawMedian);
+    }
     return 0;
 }
