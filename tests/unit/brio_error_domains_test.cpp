@@ -1,4 +1,5 @@
-// Com, E2E and Dynamic domains; the request record's fixed values and the method UUID text.
+// Com, E2E and Dynamic domains; the request record's fixed values (they go on the DDS wire)
+// and the method UUID text.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -12,7 +13,7 @@ namespace {
 
 namespace types = kelp::brio::api::types;
 
-TEST(MiddlewareErrorDomainsTest, IdsNamesAndTablesWithAStableEmptyTextForOtherCodes) {
+TEST(MiddlewareErrorDomainsTest, IdsNamesTablesWithAStableEmptyTextForOtherCodesAndExceptions) {
     const ara::core::ErrorDomain& com = types::GetComErrorDomain();
     const ara::core::ErrorDomain& e2e = types::GetE2EErrorDomain();
     const types::DynamicErrorDomain dynamic(0x1234567890ULL);  // stands in for a foreign domain
@@ -21,23 +22,16 @@ TEST(MiddlewareErrorDomainsTest, IdsNamesAndTablesWithAStableEmptyTextForOtherCo
     EXPECT_EQ(e2e.Id(), 0x8000000000001268ULL);
     EXPECT_STREQ(e2e.Name(), "E2E");
     EXPECT_STREQ(dynamic.Name(), "Dynamic");
+    // The ends of each table and the gaps in it.
     const std::tuple<const ara::core::ErrorDomain&, int, const char*> rows[] = {
         {com, 0, "ok"},
-        {com, 1, "kServiceNotAvailable"},
-        {com, 2, "kMaxSamplesExceeded"},
         {com, 3, "kNetworkBindingFailure"},
-        {com, 11, "kServiceNotOffered"},
-        {com, 14, "kCommunicationStackError"},
-        {com, 17, "kWrongMethodCallProcessingMode"},
         {com, 4, ""},
+        {com, 17, "kWrongMethodCallProcessingMode"},
         {com, 18, ""},
-        {e2e, 1, "repeated"},
-        {e2e, 2, "wrong_sequence_error"},
-        {e2e, 3, "error"},
-        {e2e, 4, "not_available"},
-        {e2e, 5, "no_new_data"},
-        {e2e, 6, "check_disable"},
         {e2e, 0, ""},
+        {e2e, 1, "repeated"},
+        {e2e, 6, "check_disable"},
         {e2e, 7, ""},
         {dynamic, 42, "Dynamic error domain doesn't support message output"},
     };
@@ -46,12 +40,9 @@ TEST(MiddlewareErrorDomainsTest, IdsNamesAndTablesWithAStableEmptyTextForOtherCo
         EXPECT_STREQ(first, text) << domain.Name() << " " << code;
         EXPECT_EQ(domain.Message(code), first) << "a repeated lookup returns the same entry";
     }
-}
-
-TEST(MiddlewareErrorDomainsTest, EachThrowsItsOwnException) {
+    // Each throws its own exception.
     EXPECT_THROW(ara::core::ErrorCode(types::ComErrc::kServiceNotAvailable).ThrowAsException(), types::ComException);
     EXPECT_THROW(ara::core::ErrorCode(types::E2EErrorCode::kRepeated).ThrowAsException(), types::E2EException);
-    const types::DynamicErrorDomain dynamic(77U);
     EXPECT_THROW(ara::core::ErrorCode(9, dynamic, 0).ThrowAsException(), types::DynamicException);
 }
 

@@ -31,7 +31,6 @@ using ara::core::Result;
 using ara::core::String;
 using ara::exec::ExecErrc;
 using ara_test::HasError;
-using ara_test::IsOk;
 
 /// Matches a call that throws the standard future error `code`.
 auto ThrowsFutureError(std::future_errc code) {
@@ -39,7 +38,7 @@ auto ThrowsFutureError(std::future_errc code) {
         testing::ResultOf([](const std::future_error& error) { return error.code(); }, std::make_error_code(code)));
 }
 
-TEST(FutureErrorMappingTest, StandardCodesMapToFutureDomainOthersToCoreInvalidArgument) {
+TEST(FutureMappingTest, StandardCodesAndStatusesMapToTheirCounterparts) {
     const std::pair<std::error_code, ErrorCode> rows[] = {
         {std::make_error_code(std::future_errc::broken_promise), future_errc::kBrokenPromise},
         {std::make_error_code(std::future_errc::future_already_retrieved), future_errc::kFutureAlreadyRetrieved},
@@ -53,13 +52,10 @@ TEST(FutureErrorMappingTest, StandardCodesMapToFutureDomainOthersToCoreInvalidAr
     for (const auto& [input, expected] : rows) {
         EXPECT_EQ(ara::core::internal::MapFutureError(input), expected) << input.message();
     }
-}
-
-TEST(FutureStatusMappingTest, OnlyDeferredPrintsTheDiagnosticAndTimesOut) {
     testing::internal::CaptureStdout();
     EXPECT_EQ(ara::core::internal::MapFutureStatus(std::future_status::ready), future_status::kReady);
     EXPECT_EQ(ara::core::internal::MapFutureStatus(std::future_status::timeout), future_status::kTimeout);
-    // Futures made by a Promise are never deferred.
+    // Futures made by a Promise are never deferred; only this status prints the diagnostic.
     EXPECT_EQ(ara::core::internal::MapFutureStatus(std::future_status::deferred), future_status::kTimeout);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "[CORETYPE Future]: Error, Invlid future_status of Future, rerutn default value: timeout\n");
@@ -99,31 +95,24 @@ TEST(FutureTest, BrokenOrMissingStateReadsAsFutureDomainError) {
     EXPECT_THAT(overwrittenFuture.get(), HasError(future_errc::kBrokenPromise));
 }
 
-TEST(FutureThenTest, RegisteredAfterTheValueRunsAtOnceOnTheRegisteringThread) {
-    Promise<int> promise;
-    Future<int> future = promise.get_future();
-    promise.set_value(20);
-    std::thread::id ranOn;
-    Future<int> next = future.then([&ranOn](Future<int> completed) {
-        ranOn = std::this_thread::get_id();
-        return completed.get().Value() + 1;
-    });
-    EXPECT_EQ(ranOn, std::this_thread::get_id());
-    EXPECT_EQ(next.get().Value(), 21);
-}
-
-TEST(FutureThenTest, RegisteredBeforeTheValueRunsOnTheSettingThreadForEveryStep) {
-    Promise<int> promise;
+// Registered after the value, a continuation runs at once on the registering thread; registered
+// before it, every step of the chain runs on the thread that sets the value.
+TEST(FutureThenTest, ContinuationRunsOnTheThreadThatCompletesIt) {
+    Promise<int> ready;
+    ready.set_value(20);
     std::vector<std::thread::id> steps;
-    Future<String> last = promise.get_future()
-                              .then([&steps](Future<int> f) {
-                                  steps.push_back(std::this_thread::get_id());
-                                  return f.get().Value() + 1;
-                              })
-                              .then([&steps](Future<int> f) {
-                                  steps.push_back(std::this_thread::get_id());
-                                  return String(std::to_string(f.get().Value()));
-                              });
+    const auto step = [&steps](Future<int> f) {
+        steps.push_back(std::this_thread::get_id());
+        return f.get().Value() + 1;
+    };
+    EXPECT_EQ(ready.get_future().then(step).get().Value(), 21);
+    EXPECT_THAT(steps, testing::ElementsAre(std::this_thread::get_id()));
+    steps.clear();
+    Promise<int> promise;
+    Future<String> last = promise.get_future().then(step).then([&steps](Future<int> f) {
+        steps.push_back(std::this_thread::get_id());
+        return String(std::to_string(f.get().Value()));
+    });
     EXPECT_FALSE(last.is_ready());
     std::thread setter([&promise] { promise.set_value(41); });
     const std::thread::id setterId = setter.get_id();
@@ -132,7 +121,7 @@ TEST(FutureThenTest, RegisteredBeforeTheValueRunsOnTheSettingThreadForEveryStep)
     EXPECT_THAT(steps, testing::ElementsAre(setterId, setterId));
 }
 
-TEST(FutureThenTest, FutureDestroyedBeforeTheValueNeverRunsItsContinuation) {
+TEST(FutureThenTest, DroppedFutureKeepsItsContinuationOnlyWhenTheRegisteringThreadDropsIt) {
     Promise<int> promise;
     auto future = std::make_unique<Future<int>>(promise.get_future());
     std::atomic<int> runs{0};
@@ -142,15 +131,13 @@ TEST(FutureThenTest, FutureDestroyedBeforeTheValueNeverRunsItsContinuation) {
     promise.set_value(1);
     EXPECT_EQ(runs.load(), 0);
     EXPECT_THAT(next.get(), HasError(future_errc::kBrokenPromise));  // its promise went with it
-}
 
-TEST(FutureThenTest, FutureDroppedByTheRegisteringThreadKeepsItsContinuation) {
-    Promise<void> promise;
+    Promise<void> local;
     // The clients' pattern: continue a local future and return only the follow-up.
-    Future<void> next = [&promise] { return promise.get_future().then([](Future<void> f) { return f.get(); }); }();
+    Future<void> kept = [&local] { return local.get_future().then([](Future<void> f) { return f.get(); }); }();
     const ErrorCode failure(ExecErrc::kGeneralError);
-    std::thread([&promise, &failure] { promise.SetError(failure); }).join();
-    EXPECT_THAT(next.get(), HasError(ExecErrc::kGeneralError));
+    std::thread([&local, &failure] { local.SetError(failure); }).join();
+    EXPECT_THAT(kept.get(), HasError(ExecErrc::kGeneralError));
 }
 
 TEST(FutureThenTest, ContinuationDestroyingItsOwnFutureDoesNotDeadlock) {
@@ -179,27 +166,20 @@ TEST(FutureThenTest, ContinuationDestroyingItsOwnFutureDoesNotDeadlock) {
     }
 }
 
-TEST(FutureThenTest, ThenOnAConsumedFutureRunsAtOnceWithNoState) {
+TEST(FutureThenTest, ThenRunsAtOnceOnAConsumedFutureAndOnTheHandedOverOne) {
     Promise<int> promise;
     Future<int> future = promise.get_future();
-    Future<int> first = future.then([](Future<int> completed) { return completed.get(); });
+    int inner = 0;
+    Future<int> first = future.then([&inner](Future<int> completed) {
+        // The setter still holds this pair's locks here.
+        inner = completed.then([](Future<int> f) { return f.get().Value() + 100; }).get().Value();
+        return inner;
+    });
     Future<void> second = future.then([](Future<int> completed) { return Result<void>(completed.get().Error()); });
     ASSERT_TRUE(second.is_ready());  // before any value was set
     EXPECT_THAT(second.get(), HasError(future_errc::kNoState));
-    promise.set_value(3);
-    EXPECT_EQ(first.get().Value(), 3);  // the first continuation is untouched
-}
-
-TEST(FutureThenTest, ContinuingTheHandedOverFutureInsideTheCallbackRunsAtOnce) {
-    Promise<int> promise;
-    int inner = 0;
-    Future<void> next = promise.get_future().then([&inner](Future<int> completed) {
-        // The setter still holds this pair's locks here.
-        inner = completed.then([](Future<int> f) { return f.get().Value() + 100; }).get().Value();
-    });
     std::thread([&promise] { promise.set_value(1); }).join();
-    EXPECT_EQ(inner, 101);
-    EXPECT_THAT(next.get(), IsOk());
+    EXPECT_EQ(first.get().Value(), 101);  // the first continuation is untouched
 }
 
 /// A running thread that starts `task` once `go` is set, at the same time as the thread setting it.

@@ -81,9 +81,7 @@ TEST(KeyValueStorageTest, NumericGettersAtTheTypeBoundaries) {
         EXPECT_EQ(Get(kvs, &Kvs::GetUint64), c.uint64);
         EXPECT_EQ(Get(kvs, &Kvs::GetDouble), c.real);
     }
-}
-
-TEST(KeyValueStorageTest, GettersGoByStoredTypeNotByMagnitude) {
+    // The getters go by the stored type, not by the magnitude.
     Kvs kvs;
     kvs.SetValue(5UL);
     EXPECT_EQ(Get(kvs, &Kvs::GetInt32), std::nullopt);
@@ -105,9 +103,7 @@ TEST(KeyValueStorageTest, GetValueFindsTheFirstElementWithTheKey) {
     EXPECT_FALSE(root.GetValue("A", out));
     EXPECT_FALSE(out.GetValue("a", out)) << "not a list";
     EXPECT_TRUE(out == At(root, "a")) << "a failed lookup leaves out alone";
-}
-
-TEST(KeyValueStorageTest, LookupIntoItselfKeepsTheListAlive) {
+    // A lookup into itself keeps the list it walks alive.
     Kvs kvs = FromJsonText(R"([{"key": "x", "value": [{"key": "y", "value": "deep"}]}])");
     ASSERT_TRUE(kvs.GetValue("x", kvs));  // replaces the only owner of the list being walked
     ASSERT_TRUE(kvs.GetValue("y", kvs));
@@ -129,7 +125,7 @@ protected:
     ara::quill::common::log::CaptureSink capture_;
 };
 
-TEST_F(JsonKeyValueStorageTest, ObjectRootIsReadAsNestedEntries) {
+TEST_F(JsonKeyValueStorageTest, RootKindDecidesWhatIsStored) {
     const std::string manifest = R"({"key": "machine", "checksum": "ignored", "value": [
         {"key": "name", "value": "ecu-1"},
         {"key": "limits", "value": {"key": "cpu", "value": [{"key": "max", "value": 4294967296}]}},
@@ -160,19 +156,15 @@ TEST_F(JsonKeyValueStorageTest, ObjectRootIsReadAsNestedEntries) {
     }
     Kvs out;
     EXPECT_FALSE(root.GetValue("checksum", out));
-}
-
-TEST_F(JsonKeyValueStorageTest, RootKindDecidesWhatIsStored) {
-    Kvs out;
+    // An array root is stored as the list; other roots load but leave the output as it was.
     ASSERT_TRUE(
         JsonKeyValueStorage::LoadFromJson(dir_.Write("a.json", R"([{"key": "k", "value": 1}, 2])"), out, "not"));
     EXPECT_EQ(out.GetKey(), "");
     EXPECT_EQ(Get(out, &Kvs::GetList).value_or(List{}).size(), 2U);
-    // Other roots load but leave the output as it was.
-    for (const char* root : {"5", "\"text\"", "null", "true", R"({"a": 1})"}) {
+    for (const char* text : {"5", "\"text\"", "null", "true", R"({"a": 1})"}) {
         const Kvs before = out;
-        EXPECT_TRUE(JsonKeyValueStorage::LoadFromJson(dir_.Write("s.json", root), out, "not")) << root;
-        EXPECT_TRUE(out == before) << root;
+        EXPECT_TRUE(JsonKeyValueStorage::LoadFromJson(dir_.Write("s.json", text), out, "not")) << text;
+        EXPECT_TRUE(out == before) << text;
     }
 }
 

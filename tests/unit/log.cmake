@@ -9,7 +9,7 @@ ara_exec_apply_sanitizer(log_emitter)
 
 ara_exec_add_test(
   NAME log_unit_test
-  SOURCES log_capture_test.cpp log_config_test.cpp
+  SOURCES log_capture_test.cpp
   LINK ara_platform_static)
 target_include_directories(log_unit_test PRIVATE ${ARA_LOG_SRC_DIR})
 

@@ -1,5 +1,4 @@
 # The method proxy over the scripted driver and the process-local transport.
-ara_exec_add_test(NAME method_proxy_test SOURCES method_proxy_test.cpp method_proxy_reply_test.cpp proloc_test.cpp
-                  LINK ara_test_fakes)
+ara_exec_add_test(NAME method_proxy_test SOURCES method_proxy_test.cpp proloc_test.cpp LINK ara_test_fakes)
 ara_exec_add_test(NAME method_proxy_stress_test SOURCES method_proxy_stress_test.cpp LINK ara_test_fakes
                   LABELS concurrency)

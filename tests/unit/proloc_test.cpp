@@ -86,51 +86,47 @@ TEST_F(ProlocRoundTripTest, EveryArgumentListAndResultTypeTravelsWithoutSerializ
     using ara::exec::ExecutionState;
     using VoidResult = Result<void, ara::core::ErrorCode>;
     std::vector<std::string> seen;
-    const auto report = Index(0U);
-    RegisterServer<void, int, ExecutionState>(report, [&seen](const int& pid, const ExecutionState& state) {
+    RegisterServer<void, int, ExecutionState>(Index(0U), [&seen](const int& pid, const ExecutionState& state) {
         seen.push_back(std::to_string(pid) + "/" + std::to_string(static_cast<int>(state)));
         return VoidResult();
     });
-    EXPECT_THAT(MakeProlocProxy<void>(report)->Request(4242, ExecutionState::kTerminating).get(), IsOk());
-    const auto initial = Index(1U);
-    RegisterServer<void>(initial, [&seen] {
+    EXPECT_THAT(MakeProlocProxy<void>(registered_.back())->Request(4242, ExecutionState::kTerminating).get(), IsOk());
+    RegisterServer<void>(Index(1U), [&seen] {
         seen.push_back("initial");
         return VoidResult();
     });
-    EXPECT_THAT(MakeProlocProxy<void>(initial)->Request().get(), IsOk());
-    const auto setState = Index(2U);
-    RegisterServer<void, String, String>(setState, [&seen](const String& group, const String& state) {
+    EXPECT_THAT(MakeProlocProxy<void>(registered_.back())->Request().get(), IsOk());
+    RegisterServer<void, String, String>(Index(2U), [&seen](const String& group, const String& state) {
         seen.push_back(group + "/" + state);
         return VoidResult(ara::core::ErrorCode(ara::exec::ExecErrc::kFailed));
     });
-    EXPECT_THAT(MakeProlocProxy<void>(setState)->Request(String("MachineFG"), String("Off")).get(),
+    EXPECT_THAT(MakeProlocProxy<void>(registered_.back())->Request(String("MachineFG"), String("Off")).get(),
                 HasError(ara::exec::ExecErrc::kFailed));
-    const auto restart = Index(3U);
-    RegisterServer<void, String, bool>(restart, [&seen](const String& name, const bool& flag) {
+    RegisterServer<void, String, bool>(Index(3U), [&seen](const String& name, const bool& flag) {
         seen.push_back(name + "/" + (flag ? "true" : "false"));
         return VoidResult();
     });
-    EXPECT_THAT(MakeProlocProxy<void>(restart)->Request(String("app"), true).get(), IsOk());
+    EXPECT_THAT(MakeProlocProxy<void>(registered_.back())->Request(String("app"), true).get(), IsOk());
     EXPECT_EQ(seen, (std::vector<std::string>{"4242/1", "initial", "MachineFG/Off", "app/true"}));
 
-    const auto getState = Index(6U);
-    RegisterServer<String, String>(getState, [](const String& group) { return Result<String>(group + ":Running"); });
-    EXPECT_EQ(MakeProlocProxy<String>(getState)->Request(String("MachineFG")).get().ValueOr(""), "MachineFG:Running");
-    const auto processes = Index(4U);
+    RegisterServer<String, String>(Index(6U), [](const String& group) { return Result<String>(group + ":Running"); });
+    EXPECT_EQ(MakeProlocProxy<String>(registered_.back())->Request(String("MachineFG")).get().ValueOr(""),
+              "MachineFG:Running");
     const std::vector<ara::exec::Process> list{{"app", "MachineFG", "Running", "kRunning", true},
                                                {"tool", "MachineFG", "Idle", "", false}};
-    RegisterServer<std::vector<ara::exec::Process>, std::string>(processes, [&list](const std::string& client) {
+    RegisterServer<std::vector<ara::exec::Process>, std::string>(Index(4U), [&list](const std::string& client) {
         return Result<std::vector<ara::exec::Process>>(client == "phm" ? list : std::vector<ara::exec::Process>{});
     });
-    auto listResult = MakeProlocProxy<std::vector<ara::exec::Process>>(processes)->Request(std::string("phm")).get();
-    EXPECT_EQ(listResult.ValueOr(std::vector<ara::exec::Process>{}), list);
+    auto listResult = MakeProlocProxy<std::vector<ara::exec::Process>>(registered_.back())->Request(std::string("phm"));
+    EXPECT_EQ(listResult.get().ValueOr(std::vector<ara::exec::Process>{}), list);
 
+    // Every loan came back.
     for (const auto& index : registered_) {
         EXPECT_EQ(ProlocMemoryFactory::GetMethodReplyInstance<void>()->Count(index), 0U);
         EXPECT_EQ(ProlocMemoryFactory::GetMethodReplyInstance<String>()->Count(index), 0U);
     }
-    EXPECT_EQ((ProlocMemoryFactory::GetMethodRequestInstance<int, ExecutionState>()->Count(report)), 0U);
-    EXPECT_EQ((ProlocMemoryFactory::GetMethodRequestInstance<String, String>()->Count(setState)), 0U);
+    EXPECT_EQ((ProlocMemoryFactory::GetMethodRequestInstance<int, ExecutionState>()->Count(registered_[0])), 0U);
+    EXPECT_EQ((ProlocMemoryFactory::GetMethodRequestInstance<String, String>()->Count(registered_[2])), 0U);
 }
 
 TEST_F(ProlocRoundTripTest, WithoutServerTheCallFailsAndTheArgumentsAreNotLeft) {

@@ -416,15 +416,6 @@ TEST(SomeipTest, DecoderRefusesMalformedInputWithItsLog) {
     EXPECT_TRUE(capture.Contains("GetValue failed for Vector deserialization, insufficient data!"));
 }
 
-TEST(SomeipTest, DecoderRefusesEveryPrefix) {
-    const List list = {Process{"proc", "fg", "Running", "kRunning", true}, Process{"", "x", "", "", false}};
-    ExpectEveryPrefixRefused<Deserializer, List>(Encode(list, DEFAULTS), list);
-    ExpectEveryPrefixRefused<Deserializer, Process>(Encode(list[0], Lengths(2U)), list[0], Lengths(2U));
-    ExpectEveryPrefixRefused<Deserializer, Process>(Encode(list[0], DEFAULTS), list[0]);
-    ExpectEveryPrefixRefused<Deserializer, String>(Concat({{0, 0, 0, 6}, AB}), String{"ab"}, Config(BE));
-    ExpectEveryPrefixRefused<Deserializer, ErrorCode>(CANCELLED, ErrorCodeValue{ExecErrorDomain::kId, 5});
-}
-
 // Encode then decode gives back the list under every setting below.
 TEST(SomeipTest, ProcessListsRoundTripUnderManySettings) {
     const List list = {Process{"", "", "", "", false},
@@ -498,7 +489,7 @@ TEST(DdsTest, WritesExactBytesInHostOrder) {
                                         "[DDS Serializer] Memory copy return error, invalid data."}));
 }
 
-TEST(DdsTest, DecoderReadsValuesUpToTheirEnd) {
+TEST(DdsTest, DecoderReadsValuesUpToTheirEndAndRefusesMalformedInput) {
     const Bytes text = {2, 0, 0, 0, 'a', 'b', 'c'};
     EXPECT_EQ(DdsReader<String>(text.data(), text.size(), DEFAULTS).GetSize(), 6U);
     EXPECT_EQ(DdsReader<String>(text.data(), text.size(), DEFAULTS).GetValue(), "ab");
@@ -510,9 +501,7 @@ TEST(DdsTest, DecoderReadsValuesUpToTheirEnd) {
     const Bytes bytes = Concat({EncodeDds(list), {0x5A}});  // and a byte that is not part of the list
     EXPECT_EQ(DdsReader<List>(bytes.data(), bytes.size(), DEFAULTS).GetSize(), bytes.size() - 1U);
     EXPECT_EQ(DdsReader<List>(bytes.data(), bytes.size(), DEFAULTS).GetValue(), list);
-}
-
-TEST(DdsTest, DecoderRefusesMalformedInputWithItsLog) {
+    // Malformed input is refused with its log.
     CaptureSink capture;
     const Bytes pastTheEnd = {3, 0, 0, 0, 'a', 'b'};
     EXPECT_EQ(DdsReader<String>(pastTheEnd.data(), pastTheEnd.size(), DEFAULTS).GetValue(), "");
@@ -529,15 +518,20 @@ TEST(DdsTest, DecoderRefusesMalformedInputWithItsLog) {
     EXPECT_EQ(DdsReader<Process>(noFlag.data(), noFlag.size(), DEFAULTS).GetValue().processName, "p");
     EXPECT_TRUE(capture.Contains("Insufficient arguments from remote end"));
     const Bytes hugeCount = {0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0};  // refused without reserving room for it
-    const DdsReader<List> list(hugeCount.data(), hugeCount.size(), DEFAULTS);
-    EXPECT_EQ(list.GetSize(), E);
-    EXPECT_TRUE(list.GetValue().empty());
+    const DdsReader<List> huge(hugeCount.data(), hugeCount.size(), DEFAULTS);
+    EXPECT_EQ(huge.GetSize(), E);
+    EXPECT_TRUE(huge.GetValue().empty());
     EXPECT_TRUE(capture.Contains("Deserialization[DDS] size counter failed, insufficient data."));
     EXPECT_TRUE(capture.Contains("GetValue(): Deserialization of sequence container failed, insufficient data."));
 }
 
-TEST(DdsTest, DecoderRefusesEveryPrefix) {
+TEST(DecoderTest, EveryPrefixIsRefused) {
     const List list = {Process{"proc", "fg", "Running", "kRunning", true}, Process{"", "x", "", "", false}};
+    ExpectEveryPrefixRefused<Deserializer, List>(Encode(list, DEFAULTS), list);
+    ExpectEveryPrefixRefused<Deserializer, Process>(Encode(list[0], Lengths(2U)), list[0], Lengths(2U));
+    ExpectEveryPrefixRefused<Deserializer, Process>(Encode(list[0], DEFAULTS), list[0]);
+    ExpectEveryPrefixRefused<Deserializer, String>(Concat({{0, 0, 0, 6}, AB}), String{"ab"}, Config(BE));
+    ExpectEveryPrefixRefused<Deserializer, ErrorCode>(CANCELLED, ErrorCodeValue{ExecErrorDomain::kId, 5});
     ExpectEveryPrefixRefused<DdsReader, List>(EncodeDds(list), list);
     ExpectEveryPrefixRefused<DdsReader, Process>(EncodeDds(list[0]), list[0]);
     ExpectEveryPrefixRefused<DdsReader, String>(EncodeDds(String{"abc"}), String{"abc"});
@@ -614,7 +608,7 @@ TEST(ParamsSerializerTest, RequestPayloads) {
     EXPECT_EQ(Request(ip, oneByte, BE, fits, fits).size(), 512U);  // strings at the 1-byte maximum
 }
 
-TEST(ParamsSerializerTest, MoreArgumentsThanMemberNodes) {
+TEST(ParamsSerializerTest, MoreArgumentsThanMemberNodesOrAWrongSerializeType) {
     const SerializationNode node = MethodNode(false, {Node(4U)});
     const auto state = ExecutionState::kRunning;
     CaptureSink capture;
@@ -626,16 +620,12 @@ TEST(ParamsSerializerTest, MoreArgumentsThanMemberNodes) {
     serializer.SerializeArguments(payload.data(), 7, state);  // the write pass skips the extra one
     EXPECT_EQ(payload, (Bytes{0, 0, 0, 7, 0xAA, 0xAA}));
     EXPECT_TRUE(capture.Texts().empty());
-}
-
-TEST(ParamsSerializerTest, WrongSerializeTypeWritesNothing) {
-    CaptureSink capture;
-    ParamsSerializer serializer(nullptr, static_cast<SerializeType>(1), SerializationNode{}, Config(BE));
-    EXPECT_EQ(serializer.GetSerializedSize(String{"ab"}, true), E);
-    Bytes payload(4U, 0xAA);
-    serializer.DoSerialize(payload.data(), String{"ab"});
-    serializer.DoSerialize(payload.data(), true);
-    EXPECT_EQ(payload, Bytes(4U, 0xAA));
+    // A wrong serialize type writes nothing.
+    ParamsSerializer wrongType(nullptr, static_cast<SerializeType>(1), SerializationNode{}, Config(BE));
+    EXPECT_EQ(wrongType.GetSerializedSize(String{"ab"}, true), E);
+    wrongType.DoSerialize(payload.data(), String{"ab"});
+    wrongType.DoSerialize(payload.data(), true);
+    EXPECT_EQ(payload, (Bytes{0, 0, 0, 7, 0xAA, 0xAA}));
     EXPECT_EQ(capture.Texts("CM"), std::vector<std::string>(4U, "Wrong serialize type, serialize error!"));
 }
 

@@ -16,26 +16,28 @@
 
 #include "kelp/brio/driver/method_handler.h"
 #include "kelp/brio/method_proxy_impl.h"
-#include "kelp/brio/utils/stats/method_proxy_stats.h"
 #include "kelp/serialize/serialize_config.h"
 
 namespace ara_test {
 
 class FakeMethodHandler final : public kelp::brio::driver::MethodHandler {
+    using Buffers = std::map<const unsigned char*, std::vector<unsigned char>>;
     mutable std::mutex mutex_;
     template <typename F>
     auto Locked(F&& f) const {
         const std::lock_guard<std::mutex> lock(mutex_);
         return f();
     }
+    /// A buffer of `size` bytes and one spare, so that an empty one still has its own address.
+    static unsigned char* Lend(Buffers& buffers, std::size_t size) {
+        std::vector<unsigned char> buffer(size + 1U);
+        return buffers.emplace(buffer.data(), std::move(buffer)).first->second.data();
+    }
 
 public:
     using MethodMsg = kelp::brio::api::types::MethodMsg;
-    using Stats = kelp::brio::utils::stats::MethodProxyStats;
     struct Sent {
         std::uint16_t sessionId;
-        const unsigned char* payload;  ///< as given (process-local: address of the parked tuple)
-        std::uint32_t size;
         std::vector<std::uint8_t> bytes;  ///< copy of the serialized payload
     };
 
@@ -56,15 +58,6 @@ public:
     std::vector<Sent> SentRequests() const {
         return Locked([&] { return sent_; });
     }
-    bool HasReplyCallback() const {
-        return Locked([&] { return static_cast<bool>(callback_); });
-    }
-    bool HasStateHandler() const {
-        return Locked([&] { return static_cast<bool>(stateHandler_); });
-    }
-    std::shared_ptr<Stats> GetStats() const {
-        return Locked([&] { return stats_; });
-    }
     /// Reply payloads made by MakeReply and not yet handed back through ReturnBuffer.
     std::size_t OutstandingReplyBuffers() const {
         return Locked([&] { return replyBuffers_.size(); });
@@ -83,12 +76,10 @@ public:
         reply->sessionId = sessionId;
         reply->isErrorReply = isErrorReply;
         reply->isRealReply = isRealReply;
-        // One spare byte so that an empty payload still has a distinct, non-null address.
-        std::vector<unsigned char> buffer(payload.size() + 1U);
-        std::copy(payload.begin(), payload.end(), buffer.begin());
-        reply->payload = buffer.data();
+        unsigned char* buffer = Locked([&] { return Lend(replyBuffers_, payload.size()); });
+        std::copy(payload.begin(), payload.end(), buffer);
+        reply->payload = buffer;
         reply->payloadSize = static_cast<std::uint32_t>(payload.size());
-        Locked([&] { replyBuffers_.emplace(buffer.data(), std::move(buffer)); });
         return reply;
     }
     /// Hands `reply` to the registered callback on the calling thread; false without one.
@@ -109,16 +100,10 @@ public:
         Locked([&] { callback_ = std::move(callback); });
     }
     unsigned char* AllocateRequestBuffer(const std::shared_ptr<MethodMsg>& /*msg*/, std::uint32_t size) override {
-        return Locked([&]() -> unsigned char* {
-            if (refuseBuffer) {
-                return nullptr;
-            }
-            std::vector<unsigned char> buffer(static_cast<std::size_t>(size) + 1U);
-            return requestBuffers_.emplace(buffer.data(), std::move(buffer)).first->second.data();
-        });
+        return Locked([&] { return refuseBuffer ? nullptr : Lend(requestBuffers_, size); });
     }
     bool SendRequest(const unsigned char* payload, std::uint32_t size, std::uint16_t sessionId) override {
-        Sent sent{sessionId, payload, size, {}};
+        Sent sent{sessionId, {}};
         std::function<void(const Sent&)> onSend;
         {
             const std::lock_guard<std::mutex> lock(mutex_);
@@ -139,11 +124,7 @@ public:
         return true;
     }
     void ReturnBuffer(const unsigned char* payload) override {
-        Locked([&] {
-            if (replyBuffers_.erase(payload) == 0U) {
-                requestBuffers_.erase(payload);
-            }
-        });
+        Locked([&] { return replyBuffers_.erase(payload) != 0U || requestBuffers_.erase(payload) != 0U; });
     }
     kelp::serialize::SerializeType GetSerializeType() const override {
         return Locked([&] { return type_; });
@@ -155,9 +136,7 @@ public:
     void UnsetMethodStateChangeHandler() override {
         Locked([&] { stateHandler_ = nullptr; });
     }
-    void SetMethodProxyStats(const std::shared_ptr<Stats>& stats) override {
-        Locked([&] { stats_ = stats; });
-    }
+    void SetMethodProxyStats(const std::shared_ptr<kelp::brio::utils::stats::MethodProxyStats>& /*stats*/) override {}
 
 private:
     kelp::serialize::SerializeType type_;
@@ -165,10 +144,9 @@ private:
     std::function<void(const Sent&)> onSend_;
     ReplyCallback callback_;
     StateChangeHandler stateHandler_;
-    std::shared_ptr<Stats> stats_;
     std::vector<Sent> sent_;
-    std::map<const unsigned char*, std::vector<unsigned char>> requestBuffers_;
-    std::map<const unsigned char*, std::vector<unsigned char>> replyBuffers_;
+    Buffers requestBuffers_;
+    Buffers replyBuffers_;
 };
 
 /// A proxy of result type T bound to a fresh fake driver, with a descriptor of its own.
