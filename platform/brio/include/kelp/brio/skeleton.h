@@ -36,6 +36,13 @@
 namespace kelp::brio {
 namespace detail {
 
+/// Keeps a parameter out of template argument deduction, so that a lambda converts to the
+/// handler type the explicit template arguments name.
+template <typename T>
+struct NonDeduced {
+    using type = T;
+};
+
 /// The calls a skeleton received and has not handled yet, and the thread that handles them
 /// in event mode. Held by shared pointer so that transport threads can still reach it, or
 /// find it gone, while the skeleton is destroyed.
@@ -134,7 +141,7 @@ public:
     template <typename R, typename... Args>
     bool RegisterMethod(std::uint32_t methodId,
                         const std::shared_ptr<api::types::MethodInfo>& info,
-                        std::function<void(Replier<R>, const Args&...)> handler);
+                        typename detail::NonDeduced<std::function<void(Replier<R>, const Args&...)>>::type handler);
 
     /// Poll mode: runs the oldest waiting call on this thread. False when none waits.
     bool ProcessNextMethodCall() { return queue_->RunOne(); }
@@ -188,7 +195,7 @@ void Skeleton::Serve(const std::shared_ptr<std::function<void(Replier<R>, const 
 template <typename R, typename... Args>
 bool Skeleton::RegisterMethod(std::uint32_t methodId,
                               const std::shared_ptr<api::types::MethodInfo>& info,
-                              std::function<void(Replier<R>, const Args&...)> handler) {
+                              typename detail::NonDeduced<std::function<void(Replier<R>, const Args&...)>>::type handler) {
     using ResultType = typename Replier<R>::ResultType;
     if (!info || !handler) {
         return false;

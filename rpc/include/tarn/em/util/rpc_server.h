@@ -36,7 +36,10 @@ public:
     std::shared_ptr<kelp::driver::dds::DDSMethodInfo> MakeMethodInfo(unsigned int methodId) const;
     /// Serves method `methodId` through the skeleton (see Skeleton::RegisterMethod).
     template <typename R, typename... Args>
-    bool RegisterMethod(unsigned int methodId, std::function<void(kelp::brio::Replier<R>, const Args&...)> handler) {
+    bool RegisterMethod(
+        unsigned int methodId,
+        typename kelp::brio::detail::NonDeduced<std::function<void(kelp::brio::Replier<R>, const Args&...)>>::type
+            handler) {
         return skeleton_ && skeleton_->RegisterMethod<R, Args...>(methodId, MakeMethodInfo(methodId), std::move(handler));
     }
     /// Records this endpoint's DDS discovery descriptor in serviceDiscoveryInfo_ (service id,
