@@ -1,0 +1,19 @@
+# The execution client in processes of its own against the scripted server, with and
+# without an extension library.
+foreach(hooks both after_only)
+  add_library(exec_test_extension_${hooks} SHARED ${PROJECT_SOURCE_DIR}/tests/support/src/exec_test_extension.cpp)
+  target_link_libraries(exec_test_extension_${hooks} PRIVATE ara_platform ara_exec_headers)
+  set_target_properties(exec_test_extension_${hooks} PROPERTIES OUTPUT_NAME exec_client_extension
+                        LIBRARY_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/exec_hooks_${hooks})
+  target_compile_options(exec_test_extension_${hooks} PRIVATE ${ARA_EXEC_WARNINGS})
+  ara_exec_apply_sanitizer(exec_test_extension_${hooks})
+endforeach()
+target_compile_definitions(exec_test_extension_after_only PRIVATE WITHOUT_BEFORE_HOOK)
+
+# Linked to the shared libraries, as applications are, so the hooks log where the test reads.
+ara_exec_add_test(NAME execution_client_test SOURCES execution_client_test.cpp LINK ara_exec)
+target_compile_definitions(
+  execution_client_test PRIVATE EM_TEST_SERVER="$<TARGET_FILE:em_test_server>"
+  HOOKS_BOTH="$<TARGET_FILE_DIR:exec_test_extension_both>"
+  HOOKS_AFTER_ONLY="$<TARGET_FILE_DIR:exec_test_extension_after_only>" HOOKS_NONE="${CMAKE_CURRENT_BINARY_DIR}")
+add_dependencies(execution_client_test em_test_server exec_test_extension_both exec_test_extension_after_only)
