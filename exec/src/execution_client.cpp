@@ -16,7 +16,6 @@
 #include "ara/exec/exec_error_domain.h"
 #include "ara/quill/common/log/log.h"
 #include "execution_client_inner.h"
-#include "kelp/brio/driver/driver.h"
 #include "tarn/em/log_em.h"
 #include "tarn/em/util/rpc_client.h"
 
@@ -48,10 +47,6 @@ std::atomic<bool> serviceConfirmed{false};
 /// members refer to constants of other translation units, which a namespace-scope object
 /// could meet before they are initialised.
 tarn::em::util::RpcClient& Endpoint() {
-    // The middleware's table of transports is made on its first use and destroyed at exit in
-    // reverse order; the client's destructor still detaches its discovery through it. Using
-    // the table first makes it outlive the client.
-    static const auto transport = kelp::brio::driver::GetDriver(kelp::brio::api::types::DriverType::DDS);
     static tarn::em::util::RpcClient client(false);
     return client;
 }

@@ -17,9 +17,11 @@ struct DriverTable {
     std::map<api::types::DriverType, std::shared_ptr<Driver>> drivers;
 };
 
+// Never destroyed: static clients and servers of other libraries detach from their transports
+// in their destructors at exit, in an order no library controls.
 DriverTable& Table() {
-    static DriverTable table;
-    return table;
+    static DriverTable* const table = new DriverTable;
+    return *table;
 }
 }  // namespace
 
