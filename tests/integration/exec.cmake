@@ -17,3 +17,8 @@ target_compile_definitions(
   HOOKS_BOTH="$<TARGET_FILE_DIR:exec_test_extension_both>"
   HOOKS_AFTER_ONLY="$<TARGET_FILE_DIR:exec_test_extension_after_only>" HOOKS_NONE="${CMAKE_CURRENT_BINARY_DIR}")
 add_dependencies(execution_client_test em_test_server exec_test_extension_both exec_test_extension_after_only)
+
+# The state client in processes of its own against the scripted server.
+ara_exec_add_test(NAME state_client_test SOURCES state_client_test.cpp LINK ara_exec)
+target_compile_definitions(state_client_test PRIVATE EM_TEST_SERVER="$<TARGET_FILE:em_test_server>")
+add_dependencies(state_client_test em_test_server)
