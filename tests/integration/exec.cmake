@@ -22,3 +22,8 @@ add_dependencies(execution_client_test em_test_server exec_test_extension_both e
 ara_exec_add_test(NAME state_client_test SOURCES state_client_test.cpp LINK ara_exec)
 target_compile_definitions(state_client_test PRIVATE EM_TEST_SERVER="$<TARGET_FILE:em_test_server>")
 add_dependencies(state_client_test em_test_server)
+
+# The recovery action client in processes of its own against the scripted server, one case with lookups from 4 threads.
+ara_exec_add_test(NAME recovery_action_client_test SOURCES recovery_action_client_test.cpp LINK ara_exec LABELS concurrency)
+target_compile_definitions(recovery_action_client_test PRIVATE EM_TEST_SERVER="$<TARGET_FILE:em_test_server>")
+add_dependencies(recovery_action_client_test em_test_server)
