@@ -27,3 +27,6 @@ add_dependencies(state_client_test em_test_server)
 ara_exec_add_test(NAME recovery_action_client_test SOURCES recovery_action_client_test.cpp LINK ara_exec LABELS concurrency)
 target_compile_definitions(recovery_action_client_test PRIVATE EM_TEST_SERVER="$<TARGET_FILE:em_test_server>")
 add_dependencies(recovery_action_client_test em_test_server)
+
+# Every client constructed and no call made: the process must still end cleanly.
+ara_exec_add_test(NAME clients_exit_test SOURCES clients_exit_test.cpp LINK ara_exec)
