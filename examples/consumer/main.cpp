@@ -1,11 +1,10 @@
-// Prints the Exec error domain's messages, builds a Function Group state, and makes one
-// method call from this process to a server in a child process over Cyclone DDS, all with
-// the installed library; exits non-zero if anything is not as documented.
+// Prints the Exec error domain's messages, builds a Function Group state, and reads a Function
+// Group state through ara::exec::StateClient from an RpcServer in a child process over Cyclone
+// DDS, all with the installed library; exits non-zero if anything is not as documented.
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -14,7 +13,7 @@
 #include "ara/exec/exec_error_domain.h"
 #include "ara/exec/function_group.h"
 #include "ara/exec/function_group_state.h"
-#include "tarn/em/util/rpc_client.h"
+#include "ara/exec/state_client.h"
 #include "tarn/em/util/rpc_server.h"
 
 namespace {
@@ -47,29 +46,25 @@ void Configure(Endpoint& endpoint) {
     std::_Exit(0);
 }
 
-/// The parent: asks the child for the state of MachineFG; 0 when the answer is "Running".
+/// The parent: asks the child for the state of MachineFG through the public state client;
+/// 0 when the answer is "Running".
 int Call() {
-    tarn::em::util::RpcClient client(false);
-    Configure(client);
-    if (!client.Initialize() || !client.InitializeMethod<ara::core::String>(6U, false, false)) {
-        return 1;
-    }
+    const ara::exec::StateClient client;
     bool found = false;
-    for (int attempt = 0; attempt < 5 && !found; ++attempt) {
-        found = client.GetFindServiceResult();
+    for (int attempt = 0; attempt < 20 && !found; ++attempt) {
+        found = ara::exec::CommunicationProcessing();  // waits 1.4 s once, then checks for 10 ms
+        if (!found) {
+            usleep(200000U);
+        }
     }
     if (!found) {
         std::printf("state manager service not found\n");
         return 1;
     }
-    auto future = client.proxy_.GetMethodProxy<ara::core::String>(6U)->Request(ara::core::String("MachineFG"));
-    if (future.wait_for(std::chrono::seconds(5)) != ara::core::future_status::kReady) {
-        std::printf("no reply\n");
-        return 1;
-    }
-    const auto result = future.GetResult();
-    std::printf("state of MachineFG over DDS: %s\n", result.HasValue() ? result.Value().c_str() : result.Error().Message().data());
-    return result.HasValue() && result.Value() == "Running" ? 0 : 1;
+    ara::core::String state;
+    const auto result = client.GetState("MachineFG", state).GetResult();
+    std::printf("state of MachineFG over DDS: %s\n", result.HasValue() ? state.c_str() : result.Error().Message().data());
+    return result.HasValue() && state == "Running" ? 0 : 1;
 }
 
 /// One call across a process boundary; each run gets its own discovery tag.
