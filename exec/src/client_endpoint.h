@@ -1,0 +1,136 @@
+// What each client class keeps for the whole process: its RPC endpoint on one Execution
+// Management service, the "EMCL" logger, whether the one-time set-up left it usable, and its
+// discovery wait; plus the steps every client shares (set-up, readiness, sending a request).
+#ifndef ARA_EXEC_SRC_CLIENT_ENDPOINT_H
+#define ARA_EXEC_SRC_CLIENT_ENDPOINT_H
+
+#include <atomic>
+#include <iostream>
+#include <memory>
+#include <mutex>
+
+#include "ara/core/promise.h"
+#include "kelp/brio/api/types/error_domains.h"
+#include "tarn/em/log_em.h"
+#include "tarn/em/util/rpc_client.h"
+
+namespace ara::exec::detail {
+
+/// The compiled-in address of one service; the instance id is "1" for all of them.
+struct ServiceAddress {
+    short domainId;
+    unsigned short serviceId;
+    const char* requestTopicName;
+    const char* replyTopicName;
+};
+
+/// One per client class, made on first use (see exec/README.md).
+/// @thread-safety Construct() and the calls below may run on any thread; the one-time set-up
+/// runs once, and the discovery outcome is written once and read often.
+class ClientEndpoint {
+public:
+    ClientEndpoint() : rpc_(false) {}
+
+    /// Re-applies the address (every construction of a client does), then runs `setUp` once
+    /// per process.
+    template <typename SetUp>
+    void Construct(const ServiceAddress& address, SetUp setUp) {
+        rpc_.SetDomainId(address.domainId);
+        rpc_.SetServiceId(address.serviceId);
+        rpc_.SetInstanceId("1");
+        rpc_.SetRequestTopicName(address.requestTopicName);
+        rpc_.SetReplyTopicName(address.replyTopicName);
+        rpc_.ReadAndSetConfigIP();
+        std::call_once(setUpOnce_, setUp);
+    }
+
+    /// The first steps of the one-time set-up: the log contexts, the "EMCL" logger (with
+    /// `invalidLoggerText` on standard output when it is invalid) and the transport's start.
+    /// False, with "[<className>][Client failed to be initialized]", when the transport does
+    /// not start; the client then stays unusable.
+    bool StartTransport(const char* className, const char* invalidLoggerText) {
+        using ara::quill::common::log::Log;
+        Log::InitLog("", "EM", "");
+        Log::InitLog("", "EMCL", "");
+        Log::InitLog("", "CM", "");
+        logger_ = Log::GetLog("EMCL");
+        if (!logger_->IsValid()) {
+            std::cout << invalidLoggerText << std::endl;
+        }
+        usable_ = rpc_.Initialize();
+        if (!usable_) {
+            logger_->error() << "[" << className << "][Client failed to be initialized]";
+        }
+        return usable_;
+    }
+
+    /// The last step: usable only when every method was bound, with the line of the outcome.
+    void FinishSetUp(const char* className, bool bound) {
+        usable_ = bound;
+        if (bound) {
+            logger_->info() << "[" << className << "][Client method initialized successfully]";
+        } else {
+            logger_->error() << "[" << className << "][Client method failed to be initialized]";
+        }
+    }
+
+    /// Whether the service is known: after the one-time wait of the process (up to 1.4 s), or
+    /// once a 10 ms check on this or an earlier call has seen it. Logs when it is not.
+    bool ServiceFound() {
+        rpc_.ClientFindService(findServiceOnce_, findServiceDone_);
+        if (findServiceDone_ || serviceConfirmed_.load()) {
+            return true;
+        }
+        if (rpc_.CheckFindServiceResult()) {
+            serviceConfirmed_.store(true);
+            return true;
+        }
+        tarn::em::GetEmLog()->error() << "[RpcClient][Service is unavailable]";
+        return false;
+    }
+
+    /// Sends `args` to method `methodId` with result type T; an unbound method gives a future
+    /// holding Com code 3, as a request the transport cannot take does.
+    template <typename T, typename... Args>
+    ara::core::Future<T, ara::core::ErrorCode> Call(unsigned int methodId, const Args&... args) {
+        const auto method = rpc_.proxy_.GetMethodProxy<T>(methodId);
+        if (method == nullptr) {
+            return Failed<T>(ara::core::ErrorCode(kelp::brio::api::types::ComErrc::kNetworkBindingFailure, 0));
+        }
+        return method->Request(args...);
+    }
+
+    /// A future that already holds `error`.
+    template <typename T>
+    static ara::core::Future<T, ara::core::ErrorCode> Failed(const ara::core::ErrorCode& error) {
+        ara::core::Promise<T, ara::core::ErrorCode> promise;
+        auto future = promise.get_future();
+        promise.SetError(error);
+        return future;
+    }
+
+    /// The "EMCL" logger; looked up on the spot before the one-time set-up ran.
+    std::shared_ptr<ara::quill::common::log::Log> Logger() const {
+        return logger_ != nullptr ? logger_ : ara::quill::common::log::Log::GetLog("EMCL");
+    }
+    bool Usable() const noexcept { return usable_; }
+    tarn::em::util::RpcClient& Rpc() noexcept { return rpc_; }
+
+private:
+    tarn::em::util::RpcClient rpc_;
+    std::shared_ptr<ara::quill::common::log::Log> logger_;
+    bool usable_{false};  // decided once, inside setUpOnce_
+    std::once_flag setUpOnce_;
+    bool findServiceDone_{false};  // written only inside findServiceOnce_
+    std::once_flag findServiceOnce_;
+    std::atomic<bool> serviceConfirmed_{false};  // concurrent callers may confirm it at once
+};
+
+/// Whether `error` belongs to the middleware's Com domain (a transport failure).
+inline bool IsComError(const ara::core::ErrorCode& error) {
+    return error.Domain().Id() == kelp::brio::api::types::ComErrorDomain::kId;
+}
+
+}  // namespace ara::exec::detail
+
+#endif
