@@ -35,7 +35,7 @@ int main() {
                         process.processName.c_str(),
                         process.functionGroupName.c_str(),
                         process.processState.c_str(),
-                        process.executionState.empty() ? "-" : process.executionState.c_str(),
+                        process.processId.empty() ? "-" : process.processId.c_str(),
                         process.isRunning ? "running" : "not running");
         }
     } else {

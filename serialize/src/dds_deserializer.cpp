@@ -170,7 +170,7 @@ ara::exec::Process Deserializer<ara::exec::Process>::GetValue() const {
     ara::exec::Process process;
     DeserializingEnumerator members(data_, size_);
     static_cast<void>(members.Next(process.processName) && members.Next(process.functionGroupName) &&
-                      members.Next(process.processState) && members.Next(process.executionState) &&
+                      members.Next(process.processState) && members.Next(process.processId) &&
                       members.Next(process.isRunning));
     return process;
 }

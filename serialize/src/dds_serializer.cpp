@@ -54,7 +54,7 @@ void Serializer<ara::core::String>::Serialize(unsigned char* buffer) const {
 std::uint64_t Serializer<ara::exec::Process>::GetSize() const noexcept {
     std::uint64_t size = 1U;  // the flag
     for (const ara::core::String* text :
-         {&value_->processName, &value_->functionGroupName, &value_->processState, &value_->executionState}) {
+         {&value_->processName, &value_->functionGroupName, &value_->processState, &value_->processId}) {
         const std::uint64_t member = Serializer<ara::core::String>::SizeFor(text->size());
         if (member == SERIALIZE_SIZE_ERROR) {
             return SERIALIZE_SIZE_ERROR;
@@ -67,7 +67,7 @@ std::uint64_t Serializer<ara::exec::Process>::GetSize() const noexcept {
 void Serializer<ara::exec::Process>::Serialize(unsigned char* buffer) const {
     std::uint64_t offset = 0U;
     for (const ara::core::String* text :
-         {&value_->processName, &value_->functionGroupName, &value_->processState, &value_->executionState}) {
+         {&value_->processName, &value_->functionGroupName, &value_->processState, &value_->processId}) {
         const Serializer<ara::core::String> member(*text, config_, Remaining(room_, offset), position_ + offset);
         member.Serialize(buffer);
         offset += member.GetSize();

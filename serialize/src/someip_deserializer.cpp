@@ -32,7 +32,7 @@ ara::core::String* TextMember(ara::exec::Process& process, std::size_t index) no
         case 2U:
             return &process.processState;
         default:
-            return &process.executionState;
+            return &process.processId;
     }
 }
 

@@ -200,7 +200,7 @@ std::uint64_t Serializer<ara::exec::Process>::Layout(unsigned char* buffer) {
     }
     const SerializeConfig memberConfig;
     const ara::core::String* const texts[4] = {
-        &value_->processName, &value_->functionGroupName, &value_->processState, &value_->executionState};
+        &value_->processName, &value_->functionGroupName, &value_->processState, &value_->processId};
     std::uint64_t offset = lengthFieldSize;
     for (std::size_t i = 0U; i < 4U; ++i) {
         const std::shared_ptr<SerializationNode> child = node_ ? node_->Child(i) : nullptr;

@@ -10,13 +10,13 @@ namespace ara::exec {
 struct Process {
     ara::core::String processName;        ///< the process's short name in the machine manifest
     ara::core::String functionGroupName;  ///< the Function Group whose states start it
-    ara::core::String processState;    ///< lifecycle state: "Idle", "Starting", "Running", "Terminating", "Terminated"
-    ara::core::String executionState;  ///< last reported execution state name, "" before the first report
+    ara::core::String processState;    ///< "Idle", "Starting", "Running", "Terminating", "Restarting" or "Failed"
+    ara::core::String processId;       ///< the OS process id in decimal, "" while no OS process exists
     bool isRunning{false};             ///< true while the OS process exists
 
     bool operator==(const Process& other) const {
         return processName == other.processName && functionGroupName == other.functionGroupName &&
-               processState == other.processState && executionState == other.executionState &&
+               processState == other.processState && processId == other.processId &&
                isRunning == other.isRunning;
     }
     bool operator!=(const Process& other) const { return !(*this == other); }
