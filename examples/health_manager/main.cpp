@@ -31,7 +31,7 @@ int main() {
     if (listed.HasValue()) {
         std::printf("%zu processes\n", processes.size());
         for (const ara::exec::Process& process : processes) {
-            std::printf("  %s (%s): %s, execution state %s, %s\n",
+            std::printf("  %s (%s): %s, pid %s, %s\n",
                         process.processName.c_str(),
                         process.functionGroupName.c_str(),
                         process.processState.c_str(),
