@@ -1,22 +1,24 @@
 // The execution client against the scripted server over Cyclone DDS, with and without an
 // extension library. Its state is process-wide, so each case runs in a copy of this program.
+#include "ara/exec/execution_client.h"
+
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "ara/exec/execution_client.h"
 #include "ara/quill/common/log/log.h"
-#include "ara_test/child_process.h"
+#include "ara_test/em_client_case.h"
 
 namespace {
 
-using Lines = std::vector<std::string>;
+using ara_test::Lines;
 const std::string EC = "[ExecutionClient][";
 const std::string ECI = "[ExecutionClientInner][";
 const std::string INIT = "I " + EC + "Client method initialized successfully]";
 const std::string LOADED = "D " + ECI + "Dlopen libexec_extension success]";
 const std::string AFTER = "D " + ECI + "Get exec after report hook function symbol success]";
-const std::string NO_LIBRARY = "W " + ECI + "EM dlopen failed][dlopen_error=libexec_client_extension.so: cannot open "
-                                            "shared object file: No such file or directory]";
+const std::string NO_LIBRARY = "W " + ECI +
+                               "EM dlopen failed][dlopen_error=libexec_client_extension.so: cannot open "
+                               "shared object file: No such file or directory]";
 const Lines OK = {"I " + EC + "Report execution state successfully]", "I result ok"};
 const std::string ERROR = "E " + EC + "Failed to report execution state][cm_or_em_error=";
 const Lines FAILED = {"E " + EC + "Failed to report execution state]", "I result Exec 1"};
@@ -41,6 +43,7 @@ struct Case {
     const char *name, *server, *hooks, *states;  ///< server: method 0's behaviour, "late": "ok" once a report missed it
     Lines logged;  ///< every record of the contexts EMCL, TEST and of ExecutionClientInner, in order
 };
+// clang-format off
 const Case CASES[] = {
     {"Success", "ok", HOOKS_BOTH, "021",
      Sent(Sent({INIT, LOADED, "D " + ECI + "Get exec before report hook function symbol success]", AFTER},
@@ -51,28 +54,21 @@ const Case CASES[] = {
                          "/libexec_client_extension.so: undefined symbol: ExecBeforeReportState]", AFTER},
           '0', "after", {ERROR + "Transition to the requested Function Group state failed]"})},
     {"ComError", "error:com:2", HOOKS_NONE, "1", Sent({INIT, NO_LIBRARY}, '1', "", {ERROR + "kMaxSamplesExceeded]"})},
-    {"ForeignDomain", "error:4711:5", HOOKS_NONE, "0", Sent({INIT, NO_LIBRARY}, '0', "", {ERROR + "kNetworkBindingFailure]"})},
+    {"ForeignDomain", "error:4711:5", HOOKS_NONE, "0",
+     Sent({INIT, NO_LIBRARY}, '0', "", {ERROR + "kNetworkBindingFailure]"})},
     // Waits out the 1.4 s discovery wait: a report fails, logging nothing in EMCL; a later one succeeds.
     {"ServerStartsLater", "late", HOOKS_NONE, "0", Sent({INIT, NO_LIBRARY, FAILED[1]}, '0', "", OK, {})},
 };
+// clang-format on
 
 class ExecutionClientTest : public ::testing::TestWithParam<Case> {};
 TEST_P(ExecutionClientTest, LogLinesHooksResultsAndCalls) {
     const Case& c = GetParam();
-    if (std::getenv("EXECUTION_CLIENT_TEST_COPY") == nullptr) {
-        ara_test::ChildProcess copy({"/proc/self/exe", "--gtest_filter=*/" + std::string(c.name)},
-                                    {"EXECUTION_CLIENT_TEST_COPY=1", "LD_LIBRARY_PATH=" + std::string(c.hooks)});
-        EXPECT_TRUE(copy.WaitForLine("[  PASSED  ]", std::chrono::seconds(120)) && copy.Wait() == 0)
-            << ::testing::PrintToString(copy.Lines());
+    if (ara_test::RanInCopy(c.name, {"LD_LIBRARY_PATH=" + std::string(c.hooks)})) {
         return;
     }
-    setenv("KELP_DDS_CONFIG", ("<Discovery><Tag>exec-" + std::to_string(getpid()) + "</Tag></Discovery>").c_str(), 1);
-    const auto start = [](const std::string& behaviour) {
-        auto em = std::make_unique<ara_test::ChildProcess>(Lines{EM_TEST_SERVER, "--method", "0=" + behaviour});
-        EXPECT_TRUE(em->WaitForLine("ready"));
-        return em;
-    };
-    auto em = std::string(c.server) == "late" ? nullptr : start(c.server);
+    setenv("KELP_DDS_CONFIG", ara_test::OwnTag("exec").c_str(), 1);
+    auto em = std::string(c.server) == "late" ? nullptr : ara_test::StartEmServer({"0=" + std::string(c.server)});
     const ara::quill::common::log::CaptureSink capture;
     const ara::exec::ExecutionClient exec;
     for (const char state : std::string(c.states)) {
@@ -82,22 +78,15 @@ TEST_P(ExecutionClientTest, LogLinesHooksResultsAndCalls) {
             const auto result = exec.ReportExecutionState(static_cast<ara::exec::ExecutionState>(state - '0'));
             found = capture.Texts("EMCL").size() != before;
             if (found || !em) {  // no server yet: the late case's first report, which finds no service
-                ara::quill::common::log::Log::GetLog("TEST")->info()
-                    << "result " << (result ? "ok" : result.Error().Domain().Name() + (" " + std::to_string(result.Error().Value())));
+                ara::quill::common::log::Log::GetLog("TEST")->info() << "result " << ara_test::Outcome(result);
             }
             if (!em) {
-                em = start("ok");
+                em = ara_test::StartEmServer({"0=ok"});
             }
             usleep(found ? 0U : 50000U);  // not found: a loaded machine may need more than the first wait
         }
     }
-    Lines logged;
-    for (const auto& record : capture.Records()) {
-        if (record.ctxId == "EMCL" || record.ctxId == "TEST" || record.text.rfind(ECI, 0) == 0) {
-            logged.push_back(std::string(1, "-FEWIDV"[static_cast<int>(record.level)]) + " " + record.text);
-        }
-    }
-    EXPECT_EQ(logged, c.logged);
+    EXPECT_EQ(ara_test::Logged(capture, true, ECI.c_str()), c.logged);
     for (const char state : std::string(c.states)) {  // valid states reach the server, with our id
         EXPECT_TRUE(state == '2' || (em->WaitForLine("call") &&
                                      em->Lines().back() == "call 0 " + std::to_string(getpid()) + " " + state + " "))
@@ -105,6 +94,8 @@ TEST_P(ExecutionClientTest, LogLinesHooksResultsAndCalls) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, ExecutionClientTest, ::testing::ValuesIn(CASES), [](const auto& p) { return p.param.name; });
+INSTANTIATE_TEST_SUITE_P(Cases, ExecutionClientTest, ::testing::ValuesIn(CASES), [](const auto& p) {
+    return p.param.name;
+});
 
 }  // namespace

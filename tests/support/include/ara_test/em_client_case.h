@@ -1,0 +1,73 @@
+// What the client tests against the scripted server (em_test_server) share: each case runs in a
+// copy of the test program, since a client's endpoint is process-wide; the server is started with
+// scripted methods; the client's records and the calls' results are compared as lines.
+#ifndef ARA_TEST_EM_CLIENT_CASE_H
+#define ARA_TEST_EM_CLIENT_CASE_H
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ara/quill/common/log/log.h"
+#include "ara_test/child_process.h"
+
+namespace ara_test {
+
+using Lines = std::vector<std::string>;
+
+/// In the test process: runs the case `name` of a parameterized test in a copy of this program,
+/// with `env` added, expects it to pass and returns true. In the copy: false, the caller runs it.
+inline bool RanInCopy(const std::string& name, Lines env = {}) {
+    if (std::getenv("ARA_TEST_CASE_COPY") != nullptr) {
+        return false;
+    }
+    env.push_back("ARA_TEST_CASE_COPY=1");
+    ChildProcess copy({"/proc/self/exe", "--gtest_filter=*/" + name}, env);
+    EXPECT_TRUE(copy.WaitForLine("[  PASSED  ]", std::chrono::seconds(120)) && copy.Wait() == 0)
+        << ::testing::PrintToString(copy.Lines());
+    return true;
+}
+
+/// A discovery configuration with a tag of this process's own, so that parallel runs never meet.
+inline std::string OwnTag(const std::string& prefix) {
+    return "<Discovery><Tag>" + prefix + "-" + std::to_string(getpid()) + "</Tag></Discovery>";
+}
+
+#ifdef EM_TEST_SERVER
+/// The scripted server with method behaviours `methods` ("ID=BEHAVIOUR"), once it is ready.
+inline std::unique_ptr<ChildProcess> StartEmServer(const Lines& methods, const Lines& env = {}) {
+    Lines argv{EM_TEST_SERVER};
+    for (const std::string& method : methods) {
+        argv.insert(argv.end(), {"--method", method});
+    }
+    auto server = std::make_unique<ChildProcess>(argv, env);
+    EXPECT_TRUE(server->WaitForLine("ready")) << "the test server did not start";
+    return server;
+}
+#endif
+
+/// "ok", or the error's domain name and value, as in "Exec 3".
+template <typename R>
+std::string Outcome(const R& result) {
+    return result ? "ok" : result.Error().Domain().Name() + (" " + std::to_string(result.Error().Value()));
+}
+
+/// The records of the contexts EMCL and TEST and those whose text starts with `prefix`, as their
+/// level's letter and text ("I [...]"); verbose ones only with `verbose`.
+inline Lines Logged(const ara::quill::common::log::CaptureSink& capture, bool verbose, const char* prefix = "[EMCL") {
+    Lines lines;
+    for (const auto& r : capture.Records()) {
+        if ((r.ctxId == "EMCL" || r.ctxId == "TEST" || r.text.rfind(prefix, 0) == 0) &&
+            (verbose || r.level != ara::quill::common::log::LogLevel::kVerbose)) {
+            lines.push_back(std::string(1, "-FEWIDV"[static_cast<int>(r.level)]) + " " + r.text);
+        }
+    }
+    return lines;
+}
+
+}  // namespace ara_test
+
+#endif
