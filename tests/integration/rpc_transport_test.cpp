@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "ara/exec/exec_error_domain.h"
-#include "ara_test/child_process.h"
+#include "ara_test/em_client_case.h"
 #include "ara_test/matchers.h"
 #include "tarn/em/util/rpc_client.h"
 
@@ -32,24 +32,8 @@ namespace log = ara::quill::common::log;
 
 const char* const SELF_ENV = "RPC_TRANSPORT_TEST_SELF";
 
-/// This process's discovery tag; servers and client copies it starts use the same one.
-std::string Tag() {
-    return "rpc-transport-" + std::to_string(getpid());
-}
-
-std::string TagConfig(const std::string& tag) {
-    return "<Discovery><Tag>" + tag + "</Tag></Discovery>";
-}
-
-std::unique_ptr<ChildProcess> StartServer(const std::vector<std::string>& methods = {}) {
-    std::vector<std::string> argv{EM_TEST_SERVER};
-    for (const std::string& method : methods) {
-        argv.insert(argv.end(), {"--method", method});
-    }
-    auto server = std::make_unique<ChildProcess>(argv, std::vector<std::string>{"KELP_DDS_CONFIG=" + TagConfig(Tag())});
-    EXPECT_TRUE(server->WaitForLine("ready")) << "the test server did not start";
-    return server;
-}
+/// This process's discovery configuration; servers and client copies it starts inherit it.
+const std::string TAG = ara_test::OwnTag("rpc-transport");
 
 /// An RPC client of the state manager (4, 57361) or health manager (4, 57362) service.
 std::unique_ptr<RpcClient> MakeClient(unsigned short serviceId) {
@@ -58,7 +42,8 @@ std::unique_ptr<RpcClient> MakeClient(unsigned short serviceId) {
     client->SetDomainId(4);
     client->SetServiceId(serviceId);
     client->SetInstanceId("1");
-    client->SetRequestTopicName(stateManager ? "EM_RPC_REQUEST_STATE_MANAGER" : "EM_RPC_REQUEST_PLATFORM_HEALTH_MANAGER");
+    client->SetRequestTopicName(stateManager ? "EM_RPC_REQUEST_STATE_MANAGER"
+                                             : "EM_RPC_REQUEST_PLATFORM_HEALTH_MANAGER");
     client->SetReplyTopicName(stateManager ? "EM_RPC_REPLY_STATE_MANAGER" : "EM_RPC_REPLY_PLATFORM_HEALTH_MANAGER");
     client->ReadAndSetConfigIP();
     EXPECT_TRUE(client->Initialize());
@@ -85,12 +70,12 @@ bool WaitUntil(Predicate done) {
 
 class RpcTransportTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() { setenv("KELP_DDS_CONFIG", TagConfig(Tag()).c_str(), 1); }
+    static void SetUpTestSuite() { setenv("KELP_DDS_CONFIG", TAG.c_str(), 1); }
 };
 
 TEST_F(RpcTransportTest, RepliesAndErrorsOfEveryKind) {
-    const auto server = StartServer({"6=echo", "5=garbage", "4=list:3", "1=error:exec:7", "2=twice",
-                                     "3=error:77:5"});
+    const auto server =
+        ara_test::StartEmServer({"6=echo", "5=garbage", "4=list:3", "1=error:exec:7", "2=twice", "3=error:77:5"});
     log::CaptureSink capture;
     auto sm = MakeClient(57361U);
     auto phm = MakeClient(57362U);
@@ -104,22 +89,24 @@ TEST_F(RpcTransportTest, RepliesAndErrorsOfEveryKind) {
     EXPECT_EQ(Call<Processes>(*phm, 4U, String("phm")).ValueOr(Processes{}).size(), 3U);
     EXPECT_THAT((Call<void>(*sm, 1U)), HasError(ara::exec::ExecErrc::kBusy));
     EXPECT_THAT((Call<void>(*sm, 2U, String("MachineFG"), String("Off"))), ara_test::IsOk());
-    EXPECT_THAT((Call<void>(*phm, 3U, String("app"), true)), HasError(kelp::brio::api::types::ComErrc::kNetworkBindingFailure))
+    EXPECT_THAT((Call<void>(*phm, 3U, String("app"), true)),
+                HasError(kelp::brio::api::types::ComErrc::kNetworkBindingFailure))
         << "an unregistered foreign domain";
     EXPECT_THAT(Call<String>(*phm, 5U, 4711), HasError(kelp::brio::api::types::ComErrc::kNetworkBindingFailure))
         << "a reply that does not decode";
     ASSERT_TRUE(sm->InitializeMethod<String>(9U, false, false));
     EXPECT_THAT(Call<String>(*sm, 9U, String("x")), HasError(kelp::brio::api::types::ComErrc::kNetworkBindingFailure))
         << "a method the server does not serve";
-    EXPECT_TRUE(capture.Contains("[DDSMethodHandler][Request writer not matched][topic=EM_RPC_REQUEST_STATE_MANAGER_9, "
-                                 "sessionId=1]"));
+    EXPECT_TRUE(
+        capture.Contains("[DDSMethodHandler][Request writer not matched][topic=EM_RPC_REQUEST_STATE_MANAGER_9, "
+                         "sessionId=1]"));
     EXPECT_TRUE(server->WaitForLine("call 2 twice"));
     EXPECT_TRUE(capture.Contains("[MethodProxyImpl][Invalid method reply for method][methodEntityId=2, sessionId=1]"))
         << "the second answer is only a warning";
 }
 
 TEST_F(RpcTransportTest, AKilledServerFailsEveryPendingCallAndARestartedOneIsFoundAgain) {
-    auto server = StartServer({"2=none", "6=none"});
+    auto server = ara_test::StartEmServer({"2=none", "6=none"});
     log::CaptureSink capture;
     auto sm = MakeClient(57361U);
     ASSERT_TRUE(sm->InitializeMethod<void>(2U, false, false) && sm->InitializeMethod<String>(6U, false, false));
@@ -138,7 +125,7 @@ TEST_F(RpcTransportTest, AKilledServerFailsEveryPendingCallAndARestartedOneIsFou
     EXPECT_TRUE(WaitUntil(
         [&] { return capture.Contains("[DDSServiceDiscovery][Service lost][service=57361, instance=65534]"); }));
 
-    server = StartServer();
+    server = ara_test::StartEmServer({});
     EXPECT_TRUE(WaitUntil([&] { return !sm->isServiceOffline_.load(); }));
     EXPECT_EQ(Call<String>(*sm, 6U, String("x")).ValueOr(""), "Running");
     EXPECT_TRUE(sm->CheckFindServiceResult()) << "the future stays ready";
@@ -161,38 +148,25 @@ std::vector<std::unique_ptr<ChildProcess>> StartClients(int processes,
     return clients;
 }
 
-// Concurrency: every reply reaches its own caller, none lost, none crossed.
-TEST_F(RpcTransportTest, BurstsFromThreadsOfTwoProcesses) {
-    const auto server = StartServer({"6=echo"});
-    auto clients = StartClients(2, 4, 1000, {"KELP_DDS_CONFIG=" + TagConfig(Tag())});
-    for (auto& client : clients) {
-        EXPECT_EQ(client->Wait(), 0);
-    }
-}
-
-TEST_F(RpcTransportTest, TwelveProcessesOnOneDomain) {
-    const auto server = StartServer({"6=echo"});
-    auto clients = StartClients(11, 1, 20, {"KELP_DDS_CONFIG=" + TagConfig(Tag())});
-    for (auto& client : clients) {
-        EXPECT_EQ(client->Wait(), 0);
+// Concurrency: every reply reaches its own caller, none lost, none crossed; with threads of two
+// processes, and with twelve processes on one domain.
+TEST_F(RpcTransportTest, BurstsFromThreadsAndProcesses) {
+    const auto server = ara_test::StartEmServer({"6=echo"});
+    for (const auto& [processes, threads, calls] : {std::tuple{2, 4, 1000}, std::tuple{11, 1, 20}}) {
+        for (auto& client : StartClients(processes, threads, calls, {})) {
+            EXPECT_EQ(client->Wait(), 0) << processes << " processes";
+        }
     }
 }
 
 TEST_F(RpcTransportTest, ADeploymentGivenThroughCycloneddsUriIsHonoured) {
-    const std::string tag = Tag() + "-uri";
-    const std::string uri = "<General><Interfaces><NetworkInterface address=\"127.0.0.1\" multicast=\"true\"/>"
-                            "</Interfaces></General>" + TagConfig(tag);
-    ChildProcess server({EM_TEST_SERVER, "--method", "6=echo"}, {"CYCLONEDDS_URI=" + uri, "KELP_DDS_CONFIG="});
-    ASSERT_TRUE(server.WaitForLine("ready"));
+    const std::string uri =
+        "<General><Interfaces><NetworkInterface address=\"127.0.0.1\" multicast=\"true\"/>"
+        "</Interfaces></General>" +
+        ara_test::OwnTag("rpc-transport-uri");
+    const auto server = ara_test::StartEmServer({"6=echo"}, {"CYCLONEDDS_URI=" + uri, "KELP_DDS_CONFIG="});
     auto clients = StartClients(1, 1, 5, {"CYCLONEDDS_URI=" + uri, "KELP_DDS_CONFIG="});
     EXPECT_EQ(clients[0]->Wait(), 0) << "a client on another tag would not find the server";
-}
-
-// The process ends with methods bound and discovery running: static and transport teardown
-// must not crash (the sanitizer builds turn any fault into a failing exit code).
-TEST_F(RpcTransportTest, AProcessExitingWithLiveDiscoveryExitsCleanly) {
-    auto clients = StartClients(1, 0, 0, {"KELP_DDS_CONFIG=" + TagConfig(Tag() + "-alone")});
-    EXPECT_EQ(clients[0]->Wait(), 0);
 }
 
 /// A copy of this program started as a client: THREADS threads make CALLS echo calls each.
@@ -202,9 +176,6 @@ int RunClient(const std::string& spec) {
     static auto client = MakeClient(57361U);  // lives until exit, as the library's clients do
     if (!client->InitializeMethod<String>(6U, false, false)) {
         return 2;
-    }
-    if (threads == 0) {
-        return 0;
     }
     // Eleven processes starting at once on a loaded machine may take longer than one 1.4 s wait.
     bool found = false;
