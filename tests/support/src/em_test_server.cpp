@@ -2,7 +2,7 @@
 // and health manager services over DDS, each method answering as the command line says.
 //
 //   em_test_server [--method ID=BEHAVIOUR]...
-//   BEHAVIOUR: ok | value:TEXT | list:N | echo | error:exec|com|HEXDOMAIN:CODE | none | delay:MS
+//   BEHAVIOUR: ok | value:TEXT | list:N | echo | error:exec|com|HEXDOMAIN:CODE | none
 //              | exit (mid-call) | garbage (a 1-byte reply) | twice (an empty reply, sent twice)
 //
 // Prints "ready" once every service is offered, and "call ID ARGS" for each call of a method
@@ -11,7 +11,6 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -20,7 +19,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "ara/exec/exec_error_domain.h"
@@ -82,9 +80,6 @@ void Answer(unsigned int methodId, const Replier<R>& replier, const std::string&
     }
     if (behaviour == "exit") {
         std::_Exit(3);
-    }
-    if (behaviour.rfind("delay:", 0) == 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(behaviour.substr(6U))));
     }
     if (behaviour.rfind("error:", 0) == 0) {
         replier.Reply(ara::core::Result<R>(MakeError(behaviour.substr(6U))));

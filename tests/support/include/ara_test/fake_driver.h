@@ -20,11 +20,8 @@ public:
     using HandleType = kelp::brio::api::types::HandleType;
 
     std::shared_ptr<kelp::brio::driver::MethodHandler> CreateMethodHandler(
-        const std::shared_ptr<kelp::brio::api::types::MethodInfo>& info) override {
-        auto handler = std::make_shared<FakeMethodHandler>();
-        const std::lock_guard<std::mutex> lock(mutex_);
-        handlers_[info->GetEntityId()] = handler;
-        return handler;
+        const std::shared_ptr<kelp::brio::api::types::MethodInfo>& /*info*/) override {
+        return std::make_shared<FakeMethodHandler>();
     }
     std::shared_ptr<kelp::brio::driver::MethodServerHandler> CreateMethodServerHandler(
         const std::shared_ptr<kelp::brio::api::types::MethodInfo>& /*info*/) override {
@@ -58,18 +55,11 @@ public:
         const std::lock_guard<std::mutex> lock(mutex_);
         return finds_.size();
     }
-    /// The handler made for method `methodId`, or null.
-    std::shared_ptr<FakeMethodHandler> Handler(std::uint32_t methodId) const {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        const auto it = handlers_.find(methodId);
-        return it == handlers_.end() ? nullptr : it->second;
-    }
 
 private:
     mutable std::mutex mutex_;
     std::uint32_t lastFind_{0U};
     std::map<std::uint32_t, FindHandler> finds_;
-    std::map<std::uint32_t, std::shared_ptr<FakeMethodHandler>> handlers_;
 };
 
 }  // namespace ara_test
