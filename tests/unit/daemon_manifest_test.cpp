@@ -1,5 +1,4 @@
-// The machine manifest of emd: each kind of refusal with its full error text, and a complete
-// manifest read into the structs with the defaults of absent members filled in.
+// The machine manifest of emd: every kind of refusal with its full text, and a full manifest with defaults.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -68,7 +67,6 @@ TEST(ManifestTest, RefusesEveryFaultWithItsPlace) {
         {"1000", "-1", l + "restart/maxRestarts" + range + "0 to 1000"},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
         const ara_test::TempDir dir;
         if (c.to != nullptr) {
             std::string text = MANIFEST;
