@@ -22,18 +22,18 @@ struct FunctionGroupConfig {
 };
 
 struct RestartPolicy {
-    unsigned int maxRestarts{0U};            ///< restarts after unexpected exits; 0: never restart
+    unsigned int maxRestarts{0U};             ///< restarts after unexpected exits; 0: never restart
     std::chrono::milliseconds backoff{1000};  ///< wait between the exit and the restart
 };
 
 struct ProcessConfig {
-    std::string name;                      ///< unique short name; what GetProcessName answers
-    std::string executable;                ///< absolute path of an executable file
-    std::vector<std::string> arguments;    ///< argv[1..]; argv[0] is the executable
-    std::vector<std::string> environment;  ///< "NAME=VALUE" entries added to emd's own environment
-    std::string workingDirectory{"/"};     ///< absolute path of an existing directory
-    std::string functionGroup;             ///< the group whose states start and stop it
-    std::vector<std::string> states;       ///< the states of `functionGroup` in which it runs
+    std::string name;                                    ///< unique short name; what GetProcessName answers
+    std::string executable;                              ///< absolute path of an executable file
+    std::vector<std::string> arguments;                  ///< argv[1..]; argv[0] is the executable
+    std::vector<std::string> environment;                ///< "NAME=VALUE" entries added to emd's own environment
+    std::string workingDirectory{"/"};                   ///< absolute path of an existing directory
+    std::string functionGroup;                           ///< the group whose states start and stop it
+    std::vector<std::string> states;                     ///< the states of `functionGroup` in which it runs
     std::chrono::milliseconds startupTimeout{3000};      ///< spawn to kRunning report
     std::chrono::milliseconds terminationTimeout{2000};  ///< SIGTERM to SIGKILL
     RestartPolicy restart;
