@@ -30,3 +30,8 @@ add_dependencies(recovery_action_client_test em_test_server)
 
 # Every client constructed and no call made: the process must still end cleanly.
 ara_exec_add_test(NAME clients_exit_test SOURCES clients_exit_test.cpp LINK ara_exec)
+
+# emd in a process of its own supervising test apps, through the public clients.
+ara_exec_add_test(NAME emd_test SOURCES emd_test.cpp LINK ara_exec)
+target_compile_definitions(emd_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
+add_dependencies(emd_test emd emd_test_app)

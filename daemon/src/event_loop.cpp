@@ -1,0 +1,119 @@
+// signalfd for the signals, an eventfd for posted work, poll with the next time-out.
+#include "event_loop.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+
+namespace tarn::em::daemon {
+
+namespace {
+
+sigset_t LoopSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGCHLD);
+    sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGINT);
+    return set;
+}
+
+}  // namespace
+
+bool EventLoop::BlockSignals() {
+    const sigset_t set = LoopSignals();
+    return pthread_sigmask(SIG_BLOCK, &set, nullptr) == 0;
+}
+
+EventLoop::EventLoop(Supervisor& supervisor) : supervisor_(supervisor) {
+    const sigset_t set = LoopSignals();
+    signalFd_ = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    wakeFd_ = eventfd(0U, EFD_CLOEXEC | EFD_NONBLOCK);
+}
+
+EventLoop::~EventLoop() {
+    for (const int fd : {signalFd_, wakeFd_}) {
+        if (fd >= 0) {
+            close(fd);
+        }
+    }
+}
+
+void EventLoop::Post(std::function<void(Supervisor&)> work) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (ended_) {
+            return;
+        }
+        posted_.push_back(std::move(work));
+    }
+    const std::uint64_t one = 1U;
+    (void)!write(wakeFd_, &one, sizeof(one));
+}
+
+void EventLoop::Run() {
+    bool stopping = false;
+    Clock::time_point firstSignal{};
+    while (!(stopping && supervisor_.Finished())) {
+        int timeout = -1;
+        if (const auto next = supervisor_.NextDeadline()) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(*next - Clock::now()).count();
+            timeout = static_cast<int>(std::max<long long>(0, std::min<long long>(left + 1, 60000)));
+        }
+        pollfd fds[2] = {{signalFd_, POLLIN, 0}, {wakeFd_, POLLIN, 0}};
+        if (poll(fds, 2, timeout) < 0 && errno != EINTR) {
+            break;
+        }
+        if ((fds[0].revents & POLLIN) != 0) {
+            signalfd_siginfo info{};
+            while (read(signalFd_, &info, sizeof(info)) == static_cast<ssize_t>(sizeof(info))) {
+                // A repeat within a second is the same request sent to the process and to
+                // its group (as `timeout` and some shells do); a later one kills at once.
+                const auto now = Clock::now();
+                if ((info.ssi_signo == SIGTERM || info.ssi_signo == SIGINT) &&
+                    (!stopping || now - firstSignal >= std::chrono::seconds(1))) {
+                    firstSignal = stopping ? firstSignal : now;
+                    stopping = true;
+                    supervisor_.Shutdown(now);
+                }
+            }
+            Reap();  // SIGCHLD is coalesced: reap whatever has ended
+        }
+        if ((fds[1].revents & POLLIN) != 0) {
+            std::uint64_t count = 0U;
+            (void)!read(wakeFd_, &count, sizeof(count));
+            RunPosted();
+        }
+        supervisor_.OnTimer(Clock::now());
+    }
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ended_ = true;
+}
+
+void EventLoop::Reap() {
+    int status = 0;
+    pid_t pid = 0;
+    while ((pid = waitpid(-1, &status, WNOHANG)) > 0) {
+        supervisor_.OnExit(pid, status, Clock::now());
+    }
+}
+
+void EventLoop::RunPosted() {
+    std::vector<std::function<void(Supervisor&)>> work;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        work.swap(posted_);
+    }
+    for (auto& item : work) {
+        item(supervisor_);
+    }
+}
+
+}  // namespace tarn::em::daemon

@@ -1,0 +1,48 @@
+// The daemon's one event loop: it owns the supervisor, reaps children on SIGCHLD, turns
+// SIGTERM and SIGINT into an orderly shutdown, fires the supervisor's time-outs, and runs the
+// work that the service handlers post from their own threads.
+#ifndef TARN_EM_DAEMON_EVENT_LOOP_H
+#define TARN_EM_DAEMON_EVENT_LOOP_H
+
+#include <functional>
+#include <mutex>
+#include <vector>
+
+#include "supervisor.h"
+
+namespace tarn::em::daemon {
+
+class EventLoop {
+public:
+    /// Blocks SIGCHLD, SIGTERM and SIGINT in the calling thread; call it before any other
+    /// thread exists, so that every thread inherits the mask and only the loop receives them.
+    static bool BlockSignals();
+
+    explicit EventLoop(Supervisor& supervisor);
+    ~EventLoop();
+    EventLoop(const EventLoop&) = delete;
+    EventLoop& operator=(const EventLoop&) = delete;
+
+    /// False when the loop's descriptors could not be made.
+    bool Valid() const noexcept { return signalFd_ >= 0 && wakeFd_ >= 0; }
+    /// Runs `work` on the loop's thread with the supervisor; from any thread. Work posted
+    /// after the loop ended is dropped (its repliers then log the dropped call).
+    void Post(std::function<void(Supervisor&)> work);
+    /// Runs until a shutdown asked by signal has stopped every child.
+    void Run();
+
+private:
+    void Reap();
+    void RunPosted();
+
+    Supervisor& supervisor_;
+    int signalFd_{-1};
+    int wakeFd_{-1};
+    std::mutex mutex_;
+    std::vector<std::function<void(Supervisor&)>> posted_;
+    bool ended_{false};
+};
+
+}  // namespace tarn::em::daemon
+
+#endif

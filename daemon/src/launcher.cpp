@@ -1,0 +1,178 @@
+// fork/exec of supervised processes. Between fork and exec the child runs only
+// async-signal-safe system calls: every string and array it needs is built beforehand.
+#include "launcher.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <vector>
+
+#include "tarn/em/util/file_system.h"
+#include "tarn/em/util/string_process.h"
+
+extern char** environ;
+
+namespace tarn::em::daemon {
+
+namespace {
+
+/// emd's own environment with the process's entries added or replacing same-named ones.
+std::vector<std::string> ChildEnvironment(const std::vector<std::string>& overrides) {
+    std::map<std::string, std::string> byName;
+    std::vector<std::string> order;
+    const auto add = [&](const std::string& entry) {
+        std::pair<std::string, std::string> env;
+        if (!tarn::em::util::StringProcess::ParseEnvFromString(entry, env)) {
+            return;
+        }
+        if (byName.count(env.first) == 0U) {
+            order.push_back(env.first);
+        }
+        byName[env.first] = env.second;
+    };
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+        add(*entry);
+    }
+    for (const std::string& entry : overrides) {
+        add(entry);
+    }
+    std::vector<std::string> result;
+    result.reserve(order.size());
+    for (const std::string& name : order) {
+        result.push_back(name + "=" + byName[name]);
+    }
+    return result;
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1U);
+    for (std::string& text : texts) {
+        pointers.push_back(text.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+/// Closes every descriptor from 3 up, except `keep`.
+void CloseDescriptorsExcept(int keep) {
+    const auto closeRange = [](unsigned int first, unsigned int last) {
+        if (first > last) {
+            return;
+        }
+        if (syscall(SYS_close_range, first, last, 0U) != 0) {
+            for (unsigned int fd = first; fd <= last && fd < 4096U; ++fd) {
+                close(static_cast<int>(fd));
+            }
+        }
+    };
+    closeRange(3U, static_cast<unsigned int>(keep) - 1U);
+    closeRange(static_cast<unsigned int>(keep) + 1U, ~0U);
+}
+
+/// What the child failed at, reported to the parent through the status pipe.
+enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2 };
+
+[[noreturn]] void ChildFail(int statusFd, Stage stage, int error) {
+    const int report[2] = {stage, error};
+    (void)!write(statusFd, report, sizeof(report));
+    _exit(127);
+}
+
+/// Runs in the child between fork and exec.
+[[noreturn]] void RunChild(
+    pid_t parent, int statusFd, const char* path, char* const* argv, char* const* envp, const char* workingDirectory) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) {
+        _exit(127);  // emd died before the death signal was armed
+    }
+    setpgid(0, 0);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    struct sigaction byDefault {};
+    byDefault.sa_handler = SIG_DFL;
+    for (const int signal : {SIGPIPE, SIGTERM, SIGINT, SIGCHLD}) {
+        sigaction(signal, &byDefault, nullptr);
+    }
+    const int devNull = open("/dev/null", O_RDONLY);
+    if (devNull < 0 || dup2(devNull, STDIN_FILENO) < 0) {
+        ChildFail(statusFd, kStdin, errno);
+    }
+    CloseDescriptorsExcept(statusFd);
+    if (chdir(workingDirectory) != 0) {
+        ChildFail(statusFd, kWorkingDirectory, errno);
+    }
+    execve(path, argv, envp);
+    ChildFail(statusFd, kExec, errno);
+}
+
+}  // namespace
+
+SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
+    using tarn::em::util::FileSystem;
+    const std::string& path = process.executable;
+    if (path.empty() || path.front() != '/' || !FileSystem::IsExecutable(path) || FileSystem::IsFolder(path)) {
+        return {-1, "executable check failed for " + path + " (absolute, existing, executable file)"};
+    }
+    std::vector<std::string> args{path};
+    args.insert(args.end(), process.arguments.begin(), process.arguments.end());
+    std::vector<std::string> env = ChildEnvironment(process.environment);
+    const std::vector<char*> argv = Pointers(args);
+    const std::vector<char*> envp = Pointers(env);
+
+    int status[2] = {-1, -1};
+    if (pipe2(status, O_CLOEXEC) != 0) {
+        return {-1, std::string("pipe failed: ") + std::strerror(errno)};
+    }
+    const pid_t parent = getpid();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        RunChild(parent, status[1], path.c_str(), argv.data(), envp.data(), process.workingDirectory.c_str());
+    }
+    const int forkError = errno;
+    close(status[1]);
+    if (pid < 0) {
+        close(status[0]);
+        return {-1, std::string("fork failed: ") + std::strerror(forkError)};
+    }
+    int report[2] = {kExec, EIO};
+    ssize_t got = 0;
+    do {
+        got = read(status[0], report, sizeof(report));
+    } while (got < 0 && errno == EINTR);
+    close(status[0]);
+    if (got == 0) {
+        return {pid, {}};  // the descriptor closed on exec
+    }
+    int ignored = 0;
+    waitpid(pid, &ignored, 0);
+    static const char* const STAGES[] = {"cannot open /dev/null", "cannot enter working directory", "cannot run"};
+    const int stage = report[0] >= kStdin && report[0] <= kExec ? report[0] : kExec;
+    const std::string where = stage == kWorkingDirectory ? " " + process.workingDirectory : " " + path;
+    return {-1, STAGES[stage] + where + ": " + std::strerror(report[1])};
+}
+
+bool PosixLauncher::Signal(pid_t pid, int signal) {
+    return pid > 0 && kill(pid, signal) == 0;
+}
+
+std::string DescribeExit(int status) {
+    if (WIFEXITED(status)) {
+        return "exit code " + std::to_string(WEXITSTATUS(status));
+    }
+    if (WIFSIGNALED(status)) {
+        const char* name = sigabbrev_np(WTERMSIG(status));
+        return "signal " + std::to_string(WTERMSIG(status)) + " (SIG" + (name != nullptr ? name : "?") + ")";
+    }
+    return "status " + std::to_string(status);
+}
+
+}  // namespace tarn::em::daemon

@@ -1,0 +1,45 @@
+// Starting and signalling the supervised processes: the only part of emd that forks, execs
+// and sends signals. The supervisor sees it through the narrow Launcher interface; reaping
+// is the event loop's, which hands every exit status to the supervisor.
+#ifndef TARN_EM_DAEMON_LAUNCHER_H
+#define TARN_EM_DAEMON_LAUNCHER_H
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "manifest.h"
+
+namespace tarn::em::daemon {
+
+struct SpawnResult {
+    pid_t pid{-1};      ///< the started process, or -1
+    std::string error;  ///< why it did not start, when pid is -1
+};
+
+class Launcher {
+public:
+    virtual ~Launcher() = default;
+    /// Starts `process` as configured; returns once it runs its executable or failed to.
+    virtual SpawnResult Spawn(const ProcessConfig& process) = 0;
+    /// Sends `signal` to `pid`; false when the process is gone.
+    virtual bool Signal(pid_t pid, int signal) = 0;
+};
+
+/// fork and exec. Each child runs in a process group of its own (a terminal's Ctrl-C reaches
+/// emd, which stops the children in order), with an empty signal mask, standard input from
+/// /dev/null, no descriptor of emd's but standard output and error, and the death signal
+/// SIGKILL, so that no child outlives a killed emd. The executable is checked (absolute,
+/// existing, executable, not a directory) before anything is forked.
+class PosixLauncher final : public Launcher {
+public:
+    SpawnResult Spawn(const ProcessConfig& process) override;
+    bool Signal(pid_t pid, int signal) override;
+};
+
+/// The text of a wait status: "exit code N" or "signal N (NAME)".
+std::string DescribeExit(int status);
+
+}  // namespace tarn::em::daemon
+
+#endif

@@ -1,0 +1,145 @@
+// emd: reads the machine manifest, offers the Execution Management services, supervises the
+// manifest's processes, and stops them all in reverse start order on SIGTERM or SIGINT.
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "event_loop.h"
+#include "launcher.h"
+#include "manifest.h"
+#include "services.h"
+#include "supervisor.h"
+
+namespace {
+
+constexpr int EXIT_USAGE = 2;
+constexpr int EXIT_MANIFEST = 3;
+constexpr int EXIT_TRANSPORT = 4;
+
+const char* const USAGE =
+    "usage: emd --manifest FILE [--crc strong|weak|not] [--log console|dlt|none] [--log-level LEVEL]\n"
+    "\n"
+    "Runs the Execution Management daemon: offers the application service (DDS domain 2) and\n"
+    "the state manager and platform health manager services (domain 4), moves every function\n"
+    "group of the manifest to its initial state, and supervises the manifest's processes.\n"
+    "SIGTERM or SIGINT stops every process in reverse start order, then emd exits 0.\n"
+    "\n"
+    "  --manifest FILE   the machine manifest (JSON, format in daemon/README.md)\n"
+    "  --crc MODE        verification of FILE against FILE.crc32: strong (must match), weak\n"
+    "                    (checked when present, the default) or not\n"
+    "  --log SINKS       log sinks, a comma list of console, dlt, none (default: ARA_LOG_SINK, or console)\n"
+    "  --log-level LEVEL fatal, error, warn, info, debug or verbose (default: ARA_LOG_LEVEL, or info)\n"
+    "\n"
+    "Prints \"ready\" on standard output once the services are offered.\n"
+    "Exit codes: 0 stopped by signal, 2 bad usage, 3 manifest refused, 4 the services cannot be offered.\n";
+
+struct Options {
+    std::string manifest;
+    std::string crc = "weak";
+    std::string sinks;
+    std::string level;
+};
+
+bool ParseOptions(int argc, char** argv, Options& options) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string option = argv[i];
+        if (option == "--help" || option == "-h") {
+            std::cout << USAGE;
+            std::exit(0);
+        }
+        if (i + 1 >= argc) {
+            return false;
+        }
+        const std::string value = argv[++i];
+        if (option == "--manifest") {
+            options.manifest = value;
+        } else if (option == "--crc") {
+            options.crc = value;
+        } else if (option == "--log") {
+            options.sinks = value;
+        } else if (option == "--log-level") {
+            options.level = value;
+        } else {
+            return false;
+        }
+    }
+    return !options.manifest.empty();
+}
+
+/// The log sinks and level are read from the environment when the process starts, so a
+/// choice on the command line (or the daemon's default level, info) takes a fresh start.
+void ApplyLogChoice(const Options& options, char** argv) {
+    const char* sinks = std::getenv("ARA_LOG_SINK");
+    const char* level = std::getenv("ARA_LOG_LEVEL");
+    const std::string wantedLevel = !options.level.empty() ? options.level : (level != nullptr ? level : "info");
+    const bool sinksDiffer = !options.sinks.empty() && (sinks == nullptr || options.sinks != sinks);
+    if (!sinksDiffer && level != nullptr && wantedLevel == level) {
+        return;
+    }
+    if (sinksDiffer) {
+        setenv("ARA_LOG_SINK", options.sinks.c_str(), 1);
+    }
+    setenv("ARA_LOG_LEVEL", wantedLevel.c_str(), 1);
+    execv("/proc/self/exe", argv);
+    std::cerr << "emd: cannot restart itself to apply the log choice: " << std::strerror(errno) << "\n";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    using namespace tarn::em::daemon;
+    Options options;
+    if (!ParseOptions(argc, argv, options)) {
+        std::cerr << USAGE;
+        return EXIT_USAGE;
+    }
+    ApplyLogChoice(options, argv);
+    if (!EventLoop::BlockSignals()) {
+        std::cerr << "emd: cannot block SIGCHLD, SIGTERM and SIGINT\n";
+        return EXIT_TRANSPORT;
+    }
+    ara::quill::common::log::Log::InitLog("EMD", "EMD", "Execution Management daemon");
+    const auto log = ara::quill::common::log::Log::GetLog("EMD");
+
+    if (options.crc != "strong" && options.crc != "weak" && options.crc != "not") {
+        std::cerr << "emd: --crc takes strong, weak or not\n";
+        return EXIT_USAGE;
+    }
+    ManifestResult loaded = LoadManifest(options.manifest, options.crc);
+    if (!loaded.ok) {
+        const std::string text = loaded.error.Text();
+        log->error() << "[emd][Manifest refused][" << text << "]";
+        std::cerr << "emd: manifest refused: " << text << "\n";
+        return EXIT_MANIFEST;
+    }
+    log->info() << "[emd][Manifest loaded][file=" << options.manifest
+                << ", function_groups=" << loaded.manifest.functionGroups.size()
+                << ", processes=" << loaded.manifest.processes.size() << "]";
+
+    PosixLauncher launcher;
+    Supervisor supervisor(std::move(loaded.manifest), launcher);
+    EventLoop loop(supervisor);
+    if (!loop.Valid()) {
+        std::cerr << "emd: cannot create its signal and wake-up descriptors\n";
+        return EXIT_TRANSPORT;
+    }
+    {
+        Services services(loop);
+        std::string error;
+        if (!services.Offer(error)) {
+            log->error() << "[emd][Services not offered][reason=" << error << "]";
+            std::cerr << "emd: " << error << "\n";
+            return EXIT_TRANSPORT;
+        }
+        log->info() << "[emd][Services offered]";
+        std::cout << "ready" << std::endl;
+        supervisor.Start(Clock::now());
+        loop.Run();
+    }
+    log->info() << "[emd][Stopped]";
+    return 0;
+}

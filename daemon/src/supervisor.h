@@ -1,0 +1,129 @@
+// The supervisor: the state of every function group and every supervised process, and the
+// rules that move them. Each process is one small state machine driven by events (launched,
+// reported kRunning or kTerminating, exited, time-out, stop requested); each group converges
+// on its target state by stopping what must not run and then starting what must. Only the
+// event loop's thread calls it; it never blocks and never touches the OS but through the
+// Launcher.
+#ifndef TARN_EM_DAEMON_SUPERVISOR_H
+#define TARN_EM_DAEMON_SUPERVISOR_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ara/core/result.h"
+#include "ara/core/string.h"
+#include "ara/exec/execution_state.h"
+#include "ara/exec/process.h"
+#include "ara/quill/common/log/log.h"
+#include "launcher.h"
+#include "manifest.h"
+
+namespace tarn::em::daemon {
+
+using Clock = std::chrono::steady_clock;
+/// How a request that waits for a transition or a restart ends.
+using Outcome = ara::core::Result<void, ara::core::ErrorCode>;
+using Completion = std::function<void(const Outcome&)>;
+
+class Supervisor {
+public:
+    /// Where a process is in its life; the texts are what GetProcessStates reports.
+    enum class Phase : std::uint8_t { kIdle, kStarting, kRunning, kTerminating, kRestarting, kFailed };
+    static const char* PhaseName(Phase phase) noexcept;
+
+    Supervisor(Manifest manifest, Launcher& launcher);
+
+    /// Moves every function group to its initial state; the outcome of MachineFG's move is
+    /// what GetInitialResult answers.
+    void Start(Clock::time_point now);
+    /// Asks `group` to move to `state`: kInvalidArguments for an unknown group or state; a
+    /// transition still under way for the group ends with kCancelled. `done` runs when the
+    /// transition completed (success) or failed (kFailed).
+    void SetState(const std::string& group, const std::string& state, Completion done, Clock::time_point now);
+    /// `done` runs once the initial transition of MachineFG has ended.
+    void GetInitialResult(Completion done);
+    /// The state the group is in; kFailed when its last transition failed or a process of
+    /// it used up its restarts; kInvalidArguments for an unknown group.
+    ara::core::Result<ara::core::String, ara::core::ErrorCode> GetState(const std::string& group) const;
+    /// One entry per configured process, in manifest order.
+    std::vector<ara::exec::Process> ProcessStates() const;
+    /// The configured name of a process emd started and that still exists.
+    ara::core::Result<ara::core::String, ara::core::ErrorCode> ProcessName(pid_t pid) const;
+    /// Stops the process (SIGKILL at once when `kill`, else SIGTERM with its time-out) and
+    /// starts it again; `done` runs once it reported kRunning or failed.
+    void Restart(const std::string& name, bool kill, Completion done, Clock::time_point now);
+    /// A report of a process emd started; kInvalidArguments for another pid or an unknown state.
+    Outcome Report(pid_t pid, ara::exec::ExecutionState state, Clock::time_point now);
+    /// A child has been reaped with wait status `status`.
+    void OnExit(pid_t pid, int status, Clock::time_point now);
+    /// Acts on every time-out that is due.
+    void OnTimer(Clock::time_point now);
+    /// The earliest pending time-out.
+    std::optional<Clock::time_point> NextDeadline() const;
+    /// Stops every process in reverse start order, one after the other; pending requests end
+    /// with kFailed. Called again, kills whatever still runs.
+    void Shutdown(Clock::time_point now);
+    /// True once Shutdown was asked and no process is left.
+    bool Finished() const;
+
+private:
+    enum class AfterStop : std::uint8_t { kIdle, kFailed, kRelaunch, kRestartPolicy };
+    struct Proc {
+        const ProcessConfig* config{nullptr};
+        std::size_t group{0U};
+        Phase phase{Phase::kIdle};
+        pid_t pid{-1};
+        std::optional<Clock::time_point> deadline;
+        Clock::time_point launchedAt{};
+        std::uint64_t launchOrder{0U};
+        AfterStop afterStop{AfterStop::kIdle};
+        bool killed{false};
+        bool reportedTerminating{false};
+        bool reportedRunning{false};
+        unsigned int restartsUsed{0U};
+        std::vector<Completion> restartWaiters;
+    };
+    struct Group {
+        const FunctionGroupConfig* config;
+        std::string current;
+        bool failed{false};
+        std::optional<std::string> target;
+        std::vector<Completion> waiters;
+        Clock::time_point since{};
+    };
+
+    std::optional<std::size_t> FindGroup(const std::string& name) const;
+    Proc* FindByPid(pid_t pid);
+    const Proc* FindByPid(pid_t pid) const;
+    bool Wanted(const Proc& proc) const;
+    bool RunsIn(const Proc& proc, const std::string& state) const;
+    void Converge(std::size_t group, Clock::time_point now);
+    bool Launch(Proc& proc, Clock::time_point now);
+    void Stop(Proc& proc, AfterStop after, bool kill, Clock::time_point now);
+    void ProcessFailed(Proc& proc, const std::string& why, Clock::time_point now);
+    void ApplyRestartPolicy(Proc& proc, Clock::time_point now);
+    void EndTransition(std::size_t group, const Outcome& outcome, const std::string& how);
+    void Answer(std::vector<Completion>& waiters, const Outcome& outcome);
+    void ContinueShutdown(Clock::time_point now);
+
+    Manifest manifest_;
+    Launcher& launcher_;
+    std::vector<Group> groups_;
+    std::vector<Proc> procs_;
+    std::uint64_t launches_{0U};
+    std::optional<Outcome> initialResult_;
+    std::vector<Completion> initialWaiters_;
+    bool shuttingDown_{false};
+    std::shared_ptr<ara::quill::common::log::Log> log_;
+};
+
+}  // namespace tarn::em::daemon
+
+#endif
