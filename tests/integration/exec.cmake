@@ -32,6 +32,8 @@ add_dependencies(recovery_action_client_test em_test_server)
 ara_exec_add_test(NAME clients_exit_test SOURCES clients_exit_test.cpp LINK ara_exec)
 
 # emd in a process of its own supervising test apps, through the public clients.
-ara_exec_add_test(NAME emd_test SOURCES emd_test.cpp LINK ara_exec)
-target_compile_definitions(emd_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
-add_dependencies(emd_test emd emd_test_app)
+# Labelled concurrency: emd's event loop and service threads run under ThreadSanitizer too.
+ara_exec_add_test(NAME emd_test SOURCES emd_test.cpp LINK ara_exec LABELS concurrency)
+target_compile_definitions(emd_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>"
+                                            EXAMPLE_MANIFEST="${PROJECT_BINARY_DIR}/examples/emd/machine_manifest.json")
+add_dependencies(emd_test emd emd_test_app demo_app)

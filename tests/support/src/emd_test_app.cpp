@@ -2,10 +2,8 @@
 // (retrying until emd is found), then behaves as its mode says; on SIGTERM it reports
 // kTerminating and exits 0 unless told to ignore the signal.
 //
-//   emd_test_app MARKER NAME MODE
+//   emd_test_app NAME MODE
 //   MODE: run | never (never reports) | crash-at-start | crash-after:MS | ignore-term
-// MARKER is not read: tests find their processes in /proc by it. Prints "app NAME running PID"
-// once the report succeeded.
 #include <unistd.h>
 
 #include <atomic>
@@ -21,12 +19,11 @@ volatile std::sig_atomic_t g_terminate = 0;
 }
 
 int main(int argc, char** argv) {
-    if (argc != 4) {
-        std::fprintf(stderr, "usage: emd_test_app MARKER NAME MODE\n");
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: emd_test_app NAME MODE\n");
         return 2;
     }
-    const std::string name = argv[2];
-    const std::string mode = argv[3];
+    const std::string mode = argv[2];
     if (mode == "crash-at-start") {
         return 3;
     }
@@ -45,8 +42,6 @@ int main(int argc, char** argv) {
         if (!reported) {
             return 4;
         }
-        std::printf("app %s running %d\n", name.c_str(), static_cast<int>(getpid()));
-        std::fflush(stdout);
     }
     if (mode.rfind("crash-after:", 0) == 0) {
         usleep(static_cast<useconds_t>(std::stoul(mode.substr(12U)) * 1000U));
