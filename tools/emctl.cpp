@@ -1,0 +1,394 @@
+// emctl: the command-line front end of Execution Management, a user of the public ara::exec
+// clients only. Reads and sets Function Group states, lists and restarts processes, maps a
+// pid to a process name, reports an execution state and waits for the machine to be up.
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <iostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ara/exec/exec_error_domain.h"
+#include "ara/exec/execution_client.h"
+#include "ara/exec/function_group.h"
+#include "ara/exec/function_group_state.h"
+#include "ara/exec/recovery_action_client.h"
+#include "ara/exec/state_client.h"
+
+namespace {
+
+using ara::exec::ExecErrc;
+using Clock = std::chrono::steady_clock;
+
+enum ExitCode : int { kOk = 0, kRefused = 1, kUsage = 2, kUnreachable = 3, kTimedOut = 4 };
+
+const char* const EXIT_CODES =
+    "Exit codes: 0 success, 1 Execution Management refused the request, 2 bad usage,\n"
+    "3 Execution Management unreachable, 4 no answer within --timeout.\n";
+
+struct Options {
+    std::vector<std::string> words;  ///< the verb's operands
+    bool json{false};
+    bool kill{false};
+    bool help{false};
+    std::chrono::seconds timeout{30};
+};
+
+/// One line on standard error, and the exit code that goes with it.
+int Fail(int code, const std::string& what, const std::string& why) {
+    std::cerr << "emctl: " << what << ": " << why << "\n";
+    return code;
+}
+
+std::string Message(const ara::core::ErrorCode& error) {
+    return error.Domain().Message(error.Value());
+}
+
+std::string JsonText(const std::string& text) {
+    std::string out = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (static_cast<unsigned char>(c) < 0x20U) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof(escaped), "\\u%04x", static_cast<unsigned int>(c));
+            out += escaped;
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+/// Waits up to 3 s (or --timeout when shorter) until the state manager service is found;
+/// once it was not, the answer stays no for the rest of the run.
+bool Reachable(const Options& options) {
+    static const ara::exec::StateClient probe;  // CommunicationProcessing needs one to exist
+    static bool unreachable = false;
+    const auto deadline = Clock::now() + std::min<Clock::duration>(options.timeout, std::chrono::seconds(3));
+    while (!unreachable && !ara::exec::CommunicationProcessing()) {
+        unreachable = Clock::now() >= deadline;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    return !unreachable;
+}
+
+/// The outcome of a future that holds only success or an Exec code, waited for --timeout.
+int Await(ara::core::Future<void, ara::core::ErrorCode> future, const Options& options, const std::string& what) {
+    if (future.wait_for(options.timeout) != ara::core::future_status::kReady) {
+        return Fail(kTimedOut, what, "no answer within " + std::to_string(options.timeout.count()) + " s");
+    }
+    const auto result = future.GetResult();
+    if (result.HasValue()) {
+        return kOk;
+    }
+    const bool unreachable = result.Error() == ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0);
+    return Fail(unreachable ? kUnreachable : kRefused, what, Message(result.Error()));
+}
+
+/// Health-manager and application calls report every failure as kGeneralError. Such a
+/// failure is told apart by asking whether Execution Management answers at all, and a
+/// read-only call is tried once more when it does (its own service may have been found later).
+template <typename Call>
+int RetryOnce(const Options& options, const std::string& what, Call call) {
+    auto result = call();
+    if (!result.HasValue() && Reachable(options)) {
+        result = call();
+    }
+    if (result.HasValue()) {
+        return kOk;
+    }
+    const bool busy = result.Error() == ara::exec::MakeErrorCode(ExecErrc::kBusy, 0);
+    if (!busy && !Reachable(options)) {
+        return Fail(kUnreachable, what, Message(ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0)));
+    }
+    return Fail(kRefused, what, Message(result.Error()));
+}
+
+int StateGet(const Options& options) {
+    const std::string& group = options.words[0];
+    const std::string what = "state get " + group;
+    const ara::exec::StateClient client;
+    if (!Reachable(options)) {
+        return Fail(kUnreachable, what, Message(ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0)));
+    }
+    ara::core::String state;
+    const int code = Await(client.GetState(group, state), options, what);
+    if (code == kOk) {
+        std::cout << (options.json ? "{\"functionGroup\": " + JsonText(group) + ", \"state\": " + JsonText(state) + "}"
+                                   : state)
+                  << "\n";
+    }
+    return code;
+}
+
+int StateSet(const Options& options) {
+    const std::string& group = options.words[0];
+    const std::string& state = options.words[1];
+    const std::string what = "state set " + group + " " + state;
+    const ara::exec::StateClient client;
+    if (!Reachable(options)) {
+        return Fail(kUnreachable, what, Message(ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0)));
+    }
+    const ara::exec::FunctionGroup fg(ara::exec::FunctionGroup::Preconstruct(group).Value());
+    const ara::exec::FunctionGroupState target(ara::exec::FunctionGroupState::Preconstruct(fg, state).Value());
+    const int code = Await(client.SetState(target), options, what);
+    if (code == kOk) {
+        std::cout << group << " is in state " << state << "\n";
+    }
+    return code;
+}
+
+int WaitReady(const Options& options) {
+    const ara::exec::StateClient client;
+    const auto deadline = Clock::now() + options.timeout;
+    while (!ara::exec::CommunicationProcessing()) {
+        if (Clock::now() >= deadline) {
+            return Fail(
+                kUnreachable, "wait-ready", Message(ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0)));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    const int code = Await(client.GetInitialMachineStateTransitionResult(), options, "wait-ready");
+    if (code == kOk) {
+        std::cout << "the initial machine state transition has completed\n";
+    }
+    return code;
+}
+
+int Ps(const Options& options) {
+    const ara::exec::RecoveryActionClient client("emctl");
+    std::vector<ara::exec::Process> list;
+    const int code = RetryOnce(options, "ps", [&] { return client.GetProcessStates(list); });
+    if (code != kOk) {
+        return code;
+    }
+    if (options.json) {
+        std::cout << "[";
+        for (std::size_t i = 0U; i < list.size(); ++i) {
+            const auto& p = list[i];
+            std::cout << (i == 0U ? "" : ", ") << "{\"name\": " << JsonText(p.processName)
+                      << ", \"functionGroup\": " << JsonText(p.functionGroupName)
+                      << ", \"state\": " << JsonText(p.processState)
+                      << ", \"pid\": " << (p.processId.empty() ? "null" : p.processId)
+                      << ", \"running\": " << (p.isRunning ? "true" : "false") << "}";
+        }
+        std::cout << "]\n";
+        return kOk;
+    }
+    std::size_t widths[3] = {4U, 5U, 5U};
+    for (const auto& p : list) {
+        widths[0] = std::max(widths[0], p.processName.size());
+        widths[1] = std::max(widths[1], p.functionGroupName.size());
+        widths[2] = std::max(widths[2], p.processState.size());
+    }
+    const auto row = [&](const std::string& a, const std::string& b, const std::string& c, const std::string& d) {
+        std::printf("%-*s  %-*s  %-*s  %s\n",
+                    static_cast<int>(widths[0]),
+                    a.c_str(),
+                    static_cast<int>(widths[1]),
+                    b.c_str(),
+                    static_cast<int>(widths[2]),
+                    c.c_str(),
+                    d.c_str());
+    };
+    row("NAME", "GROUP", "STATE", "PID");
+    for (const auto& p : list) {
+        row(p.processName, p.functionGroupName, p.processState, p.processId.empty() ? "-" : p.processId);
+    }
+    return kOk;
+}
+
+int Restart(const Options& options) {
+    const std::string& name = options.words[0];
+    const std::string what = "restart " + name;
+    const ara::exec::RecoveryActionClient client("emctl");
+    if (!Reachable(options)) {
+        return Fail(kUnreachable, what, Message(ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0)));
+    }
+    // Not repeated on failure: a restart is not idempotent. kGeneralError here means the
+    // health manager service was not found, since Execution Management's own errors pass unchanged.
+    auto future = client.ProcessRestart(name, options.kill);
+    if (future.wait_for(options.timeout) != ara::core::future_status::kReady) {
+        return Fail(kTimedOut, what, "no answer within " + std::to_string(options.timeout.count()) + " s");
+    }
+    const auto result = future.GetResult();
+    if (result.HasValue()) {
+        std::cout << name << " restarted\n";
+        return kOk;
+    }
+    const bool unreachable = result.Error() == ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0) ||
+                             result.Error() == ara::exec::MakeErrorCode(ExecErrc::kGeneralError, 0);
+    return Fail(unreachable ? kUnreachable : kRefused, what, Message(result.Error()));
+}
+
+int Name(const Options& options) {
+    const std::string& text = options.words[0];
+    char* end = nullptr;
+    errno = 0;
+    const long pid = std::strtol(text.c_str(), &end, 10);
+    if (text.empty() || *end != '\0' || errno != 0 || pid <= 0 || pid > 0x7FFFFFFF) {
+        return Fail(kUsage, "name", "not a process id: " + text);
+    }
+    const ara::exec::RecoveryActionClient client("emctl");
+    ara::core::String name;
+    const int code = RetryOnce(options, "name " + text, [&] {
+        auto result = client.GetProcessName(static_cast<int>(pid));
+        if (result.HasValue()) {
+            name = result.Value();
+        }
+        return result;
+    });
+    if (code == kOk) {
+        std::cout << name << "\n";
+    }
+    return code;
+}
+
+int Report(const Options& options) {
+    const std::string& state = options.words[0];
+    if (state != "running" && state != "terminating") {
+        return Fail(kUsage, "report", "the state is running or terminating, not " + state);
+    }
+    const ara::exec::ExecutionClient client;
+    const auto value =
+        state == "running" ? ara::exec::ExecutionState::kRunning : ara::exec::ExecutionState::kTerminating;
+    const int code = RetryOnce(options, "report " + state, [&] { return client.ReportExecutionState(value); });
+    if (code == kOk) {
+        std::cout << "reported " << (state == "running" ? "kRunning" : "kTerminating") << " for pid " << getpid()
+                  << "\n";
+    }
+    return code;
+}
+
+struct Verb {
+    const char* name;
+    std::size_t operands;
+    const char* synopsis;
+    const char* description;
+    std::function<int(const Options&)> run;
+};
+
+const Verb VERBS[] = {
+    {"state get",
+     1U,
+     "emctl state get FUNCTION_GROUP [--json]",
+     "Prints the state the Function Group is in (--json: {\"functionGroup\": ..., \"state\": ...}).",
+     StateGet},
+    {"state set",
+     2U,
+     "emctl state set FUNCTION_GROUP STATE [--timeout SEC]",
+     "Asks for the transition and waits until it has completed, failed or been cancelled.",
+     StateSet},
+    {"ps",
+     0U,
+     "emctl ps [--json]",
+     "Lists every configured process: name, Function Group, state and pid (\"-\" while none exists);\n"
+     "--json: a list of {\"name\", \"functionGroup\", \"state\", \"pid\" (null while none), \"running\"}.",
+     Ps},
+    {"restart",
+     1U,
+     "emctl restart NAME [--kill] [--timeout SEC]",
+     "Restarts the process and waits until it reported kRunning again. --kill ends it with\n"
+     "SIGKILL at once instead of SIGTERM and its termination time-out.",
+     Restart},
+    {"name", 1U, "emctl name PID", "Prints the configured name of the process with that pid.", Name},
+    {"report",
+     1U,
+     "emctl report running|terminating",
+     "Reports kRunning or kTerminating for emctl's own pid; Execution Management accepts it only\n"
+     "from a process it started (a manifest entry whose executable is emctl, for example).",
+     Report},
+    {"wait-ready",
+     0U,
+     "emctl wait-ready [--timeout SEC]",
+     "Waits until Execution Management answers and its initial machine state transition has ended;\n"
+     "succeeds when that transition succeeded.",
+     WaitReady},
+};
+
+void PrintUsage(std::ostream& out) {
+    out << "usage: emctl VERB [OPTIONS]   (emctl VERB --help for one verb)\n\n";
+    for (const Verb& verb : VERBS) {
+        out << "  " << verb.synopsis << "\n";
+    }
+    out << "\nOptions: --json (ps, state get), --kill (restart), --timeout SEC (waits; default 30).\n"
+        << "Errors go to standard error as one line: \"emctl: <request>: <Execution Management's message>\".\n"
+        << "Set ARA_LOG_SINK=console to see the library's log lines.\n"
+        << EXIT_CODES;
+}
+
+/// Library log lines are off unless the caller chose sinks; the choice is read when the
+/// process starts, so making it takes a fresh start.
+void QuietLibraryLog(char** argv) {
+    if (std::getenv("ARA_LOG_SINK") == nullptr) {
+        setenv("ARA_LOG_SINK", "none", 1);
+        execv("/proc/self/exe", argv);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QuietLibraryLog(argv);
+    std::vector<std::string> args(argv + 1, argv + argc);
+    Options options;
+    std::vector<std::string> words;
+    for (std::size_t i = 0U; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg == "--json") {
+            options.json = true;
+        } else if (arg == "--kill") {
+            options.kill = true;
+        } else if (arg == "--help" || arg == "-h") {
+            options.help = true;
+        } else if (arg == "--timeout" && i + 1U < args.size()) {
+            const std::string value = args[++i];
+            char* end = nullptr;
+            const long seconds = std::strtol(value.c_str(), &end, 10);
+            if (value.empty() || *end != '\0' || seconds <= 0 || seconds > 86400) {
+                return Fail(kUsage, "--timeout", "takes 1 to 86400 seconds, not " + value);
+            }
+            options.timeout = std::chrono::seconds(seconds);
+        } else if (arg.rfind("--", 0) == 0) {
+            PrintUsage(std::cerr);
+            return Fail(kUsage, "usage", "unknown option " + arg);
+        } else {
+            words.push_back(arg);
+        }
+    }
+    for (const Verb& verb : VERBS) {
+        const std::string name = verb.name;
+        const std::size_t nameWords = name.find(' ') == std::string::npos ? 1U : 2U;
+        std::string given;
+        for (std::size_t i = 0U; i < nameWords && i < words.size(); ++i) {
+            given += (i == 0U ? "" : " ") + words[i];
+        }
+        if (given != name) {
+            continue;
+        }
+        if (options.help) {
+            std::cout << "usage: " << verb.synopsis << "\n\n" << verb.description << "\n\n" << EXIT_CODES;
+            return kOk;
+        }
+        if (words.size() != nameWords + verb.operands) {
+            std::cerr << "usage: " << verb.synopsis << "\n";
+            return kUsage;
+        }
+        options.words.assign(words.begin() + static_cast<std::ptrdiff_t>(nameWords), words.end());
+        return verb.run(options);
+    }
+    if (options.help && words.empty()) {
+        PrintUsage(std::cout);
+        return kOk;
+    }
+    PrintUsage(std::cerr);
+    return kUsage;
+}
