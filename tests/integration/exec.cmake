@@ -37,3 +37,9 @@ ara_exec_add_test(NAME emd_test SOURCES emd_test.cpp LINK ara_exec LABELS concur
 target_compile_definitions(emd_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>"
                                             EXAMPLE_MANIFEST="${PROJECT_BINARY_DIR}/examples/emd/machine_manifest.json")
 add_dependencies(emd_test emd emd_test_app demo_app)
+
+# emctl against emd, every verb with its outputs and exit codes.
+ara_exec_add_test(NAME emctl_test SOURCES emctl_test.cpp LINK ara_exec)
+target_compile_definitions(emctl_test PRIVATE EMD="$<TARGET_FILE:emd>" EMCTL="$<TARGET_FILE:emctl>"
+                                              EXAMPLE_MANIFEST="${PROJECT_BINARY_DIR}/examples/emd/machine_manifest.json")
+add_dependencies(emctl_test emd emctl demo_app)

@@ -1,0 +1,120 @@
+// emctl against emd on the example manifest, end to end: every verb's output, error line
+// and exit code, and the --json output read back with the JSON parser.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+#include "ara/quill/common/jsonParser/document.h"
+#include "ara_test/child_process.h"
+#include "ara_test/temp_dir.h"
+
+namespace {
+
+struct Outcome {
+    int code;
+    std::vector<std::string> out;
+    std::string err;  ///< standard error, without its final line feed
+};
+
+Outcome Emctl(const std::string& args, const std::string& tag) {
+    const ara_test::TempDir dir;
+    ara_test::ChildProcess emctl({"/bin/sh", "-c", "exec " EMCTL " " + args + " 2>" + dir / "err"},
+                                 {"KELP_DDS_CONFIG=<Discovery><Tag>" + tag + "</Tag></Discovery>"});
+    emctl.WaitForLine("\x01", std::chrono::seconds(120));  // reads every line until the end
+    const int code = emctl.Wait();
+    std::ifstream errFile(dir / "err");
+    std::string err((std::istreambuf_iterator<char>(errFile)), std::istreambuf_iterator<char>());
+    if (!err.empty() && err.back() == '\n') {
+        err.pop_back();
+    }
+    return {code, emctl.Lines(), err};
+}
+
+pid_t ChildNamed(pid_t parent, const std::string& name) {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream stat(entry.path() / "stat");
+        std::string pid, comm, state, ppid;
+        stat >> pid >> comm >> state >> ppid;
+        std::ifstream cmdline(entry.path() / "cmdline");
+        std::string arg0, arg1;
+        if (ppid == std::to_string(parent) && std::getline(cmdline, arg0, '\0') && std::getline(cmdline, arg1, '\0') &&
+            arg1 == name) {
+            return static_cast<pid_t>(std::stoi(pid));
+        }
+    }
+    return -1;
+}
+
+TEST(EmctlTest, EveryVerbAgainstEmd) {
+    const std::string tag = "emctl-" + std::to_string(getpid());
+    setenv("KELP_DDS_CONFIG", ("<Discovery><Tag>" + tag + "</Tag></Discovery>").c_str(), 1);
+    ara_test::ChildProcess emd({EMD, "--manifest", EXAMPLE_MANIFEST, "--log", "none"});
+    ASSERT_TRUE(emd.WaitForLine("ready"));
+    const std::string unknown = "Invalid argument was passed", general = "Some unspecified error occurred";
+    struct Case {
+        std::string args;
+        int code;
+        std::string out, err;  ///< the first line of standard output; all of standard error
+    };
+    const Case cases[] = {
+        {"wait-ready", 0, "the initial machine state transition has completed", ""},
+        {"state get MachineFG", 0, "Running", ""},
+        {"state set Demo On", 0, "Demo is in state On", ""},
+        {"state get Demo --json", 0, R"({"functionGroup": "Demo", "state": "On"})", ""},
+        {"restart greeter", 0, "greeter restarted", ""},
+        {"restart counter --kill --timeout 60", 0, "counter restarted", ""},
+        {"ps --help", 0, "usage: emctl ps [--json]", ""},
+        {"restart nobody", 1, "", "emctl: restart nobody: " + unknown},
+        {"state set Demo Nowhere", 1, "", "emctl: state set Demo Nowhere: " + unknown},
+        {"state get NoGroup", 1, "", "emctl: state get NoGroup: " + unknown},
+        {"name 1", 1, "", "emctl: name 1: " + general},
+        {"report running", 1, "", "emctl: report running: " + general},  // emctl is not one of emd's processes
+        {"name abc", 2, "", "emctl: name: not a process id: abc"},
+        {"state get", 2, "", "usage: emctl state get FUNCTION_GROUP [--json]"},
+        {"report sleeping", 2, "", "emctl: report: the state is running or terminating, not sleeping"},
+        {"ps --timeout 0", 2, "", "emctl: --timeout: takes 1 to 86400 seconds, not 0"},
+    };
+    for (const Case& c : cases) {
+        const Outcome run = Emctl(c.args, tag);
+        EXPECT_EQ(run.code, c.code) << c.args;
+        EXPECT_EQ(run.out.empty() ? "" : run.out[0], c.out) << c.args;
+        EXPECT_EQ(run.err, c.err) << c.args;
+    }
+
+    const pid_t greeter = ChildNamed(emd.Pid(), "greeter");
+    const Outcome name = Emctl("name " + std::to_string(greeter), tag);
+    EXPECT_EQ(name.out, std::vector<std::string>{"greeter"});
+    const Outcome table = Emctl("ps", tag);
+    ASSERT_EQ(table.out.size(), 4U);
+    EXPECT_EQ(table.out[0], "NAME     GROUP      STATE    PID");
+    EXPECT_EQ(table.out[2], "greeter  Demo       Running  " + std::to_string(greeter));
+
+    ara::quill::common::jsonParser::Document json;
+    const Outcome list = Emctl("ps --json", tag);
+    ASSERT_EQ(list.out.size(), 1U);
+    ASSERT_EQ(json.ParseText(list.out[0]), ara::quill::common::jsonParser::PARSE_SUCCESS);
+    ASSERT_EQ(json.Size(), 3U);
+    EXPECT_EQ(json.Element(1).Member("name").GetString(), "greeter");
+    EXPECT_EQ(json.Element(1).Member("pid").GetInt(), greeter);
+    EXPECT_TRUE(json.Element(1).Member("running").GetBool());
+
+    EXPECT_EQ(Emctl("state set Demo Off", tag).code, 0);
+    const Outcome off = Emctl("ps --json", tag);
+    ASSERT_EQ(json.ParseText(off.out.at(0)), ara::quill::common::jsonParser::PARSE_SUCCESS);
+    EXPECT_TRUE(json.Element(1).Member("pid").IsNull());
+    EXPECT_EQ(json.Element(1).Member("state").GetString(), "Idle");
+
+    // No Execution Management on another discovery tag.
+    for (const std::string args : {"state get MachineFG", "ps"}) {
+        const Outcome run = Emctl(args, tag + "-nobody");
+        EXPECT_EQ(run.code, 3) << args;
+        EXPECT_EQ(run.err, "emctl: " + args + ": Communication error occurred");
+    }
+    emd.Kill(SIGTERM);
+    EXPECT_EQ(emd.Wait(), 0);
+}
+
+}  // namespace
