@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# The main job: builds the library, installs it into a local prefix, then builds and runs
-# the separate consumer project in examples/consumer against that installation.
+# The main job: builds the library, installs it into a local prefix, builds and runs the
+# separate consumer project in examples/consumer against that installation, then runs the
+# live demo: the installed emd supervising the example manifest, driven by emctl.
 # Usage: bash scripts/main.sh
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -26,3 +27,82 @@ pc_out="$consumer_build/ara_exec_consumer_pc"
 g++ -o "$pc_out" "$root/examples/consumer/main.cpp" \
     $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs ara_exec) -Wl,-rpath,"$prefix/lib"
 "$pc_out"
+
+# The live demo, all from the installed package: emd supervises the example manifest's
+# processes, and emctl drives it. Every step checks what it saw in /proc.
+bin="$prefix/bin"
+manifest="$prefix/share/ara_exec/machine_manifest.json"
+log="$build/emd-demo.log"
+export KELP_DDS_CONFIG="<Discovery><Tag>demo-$$</Tag></Discovery>"
+
+step() { printf '\n=== %s\n' "$*"; }
+fail() { echo "DEMO FAILED: $*" >&2; exit 1; }
+# The live children of a pid, as "pid name" lines (the name is the first argument).
+children() {
+    local stat pid comm state ppid rest
+    for stat in /proc/[0-9]*/stat; do
+        read -r pid comm state ppid rest < "$stat" 2>/dev/null || continue
+        if [ "$ppid" = "$1" ] && [ "$state" != Z ]; then
+            echo "$pid $(tr '\0' ' ' < "/proc/$pid/cmdline" | cut -d' ' -f2)"
+        fi
+    done
+}
+expect_children() {
+    local seen
+    seen="$(children "$emd_pid" | awk '{print $2}' | sort | tr '\n' ' ')"
+    echo "running under emd (from /proc): ${seen:-nothing}"
+    [ "$seen" = "$1" ] || fail "expected '$1' running under emd, saw '$seen'"
+}
+
+step "start emd on $manifest (its log: $log)"
+"$bin/emd" --manifest "$manifest" > "$log" 2>&1 &
+emd_pid=$!
+trap 'kill -KILL "$emd_pid" 2>/dev/null || true' EXIT
+"$bin/emctl" wait-ready --timeout 30 || fail "emd did not come up"
+
+step "emctl ps: MachineFG is Running, so only logger runs"
+"$bin/emctl" ps || fail "ps"
+expect_children "logger "
+
+step "emctl state set Demo On: greeter and counter start"
+"$bin/emctl" state set Demo On || fail "state set Demo On"
+"$bin/emctl" ps || fail "ps"
+expect_children "counter greeter logger "
+
+step "emctl restart greeter: a new process replaces the old one"
+old="$("$bin/emctl" ps | awk '$1 == "greeter" {print $4}')"
+"$bin/emctl" restart greeter || fail "restart greeter"
+new="$("$bin/emctl" ps | awk '$1 == "greeter" {print $4}')"
+echo "greeter: pid $old before, pid $new after"
+[ -n "$new" ] && [ "$new" != "$old" ] || fail "greeter was not restarted"
+
+step "emctl name $new"
+name="$("$bin/emctl" name "$new")" || fail "name $new"
+echo "$name"
+[ "$name" = greeter ] || fail "pid $new is '$name', not greeter"
+
+step "emctl state set Demo Off: greeter and counter stop"
+"$bin/emctl" state set Demo Off || fail "state set Demo Off"
+expect_children "logger "
+"$bin/emctl" state get Demo --json || fail "state get"
+
+step "SIGTERM to emd: it stops logger and exits 0"
+pids="$(children "$emd_pid" | awk '{print $1}')"
+kill -TERM "$emd_pid"
+status=0
+wait "$emd_pid" || status=$?
+trap - EXIT
+echo "emd exited with $status"
+[ "$status" -eq 0 ] || fail "emd exited with $status"
+for pid in $pids; do
+    if [ -e "/proc/$pid" ] && ! grep -q '^[0-9]* ([^)]*) Z' "/proc/$pid/stat"; then
+        fail "process $pid outlived emd"
+    fi
+done
+echo "nothing left running"
+
+step "what emd logged"
+grep -E '\[Supervisor\]\[(Transition (begins|completed|ended)|Launched|Reported|Process exited|Stopping|Restart)' "$log" |
+    sed -e 's/^[^ ]* //' || true
+echo
+echo "demo passed"
