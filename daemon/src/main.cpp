@@ -21,7 +21,8 @@ constexpr int EXIT_MANIFEST = 3;
 constexpr int EXIT_TRANSPORT = 4;
 
 const char* const USAGE =
-    "usage: emd --manifest FILE [--crc strong|weak|not] [--log console|dlt|none] [--log-level LEVEL]\n"
+    "usage: emd --manifest FILE [--crc strong|weak|not] [--log console|dlt|none] [--log-level LEVEL] [--check]\n"
+    "           [--ready-fd FD]\n"
     "\n"
     "Runs the Execution Management daemon: offers the application service (DDS domain 2) and\n"
     "the state manager and platform health manager services (domain 4), moves every function\n"
@@ -33,6 +34,9 @@ const char* const USAGE =
     "                    (checked when present, the default) or not\n"
     "  --log SINKS       log sinks, a comma list of console, dlt, none (default: ARA_LOG_SINK, or console)\n"
     "  --log-level LEVEL fatal, error, warn, info, debug or verbose (default: ARA_LOG_LEVEL, or info)\n"
+    "  --check           only load and validate FILE, print what it holds, and exit (0 or 3)\n"
+    "  --ready-fd FD     also write \"ready\" and a line feed to descriptor FD, then close it (a pipe\n"
+    "                    that a parent reads, apart from the output the processes share)\n"
     "\n"
     "Prints \"ready\" on standard output once the services are offered.\n"
     "Exit codes: 0 stopped by signal, 2 bad usage, 3 manifest refused, 4 the services cannot be offered.\n";
@@ -42,6 +46,8 @@ struct Options {
     std::string crc = "weak";
     std::string sinks;
     std::string level;
+    bool check{false};
+    int readyFd{-1};
 };
 
 bool ParseOptions(int argc, char** argv, Options& options) {
@@ -50,6 +56,10 @@ bool ParseOptions(int argc, char** argv, Options& options) {
         if (option == "--help" || option == "-h") {
             std::cout << USAGE;
             std::exit(0);
+        }
+        if (option == "--check") {
+            options.check = true;
+            continue;
         }
         if (i + 1 >= argc) {
             return false;
@@ -63,6 +73,13 @@ bool ParseOptions(int argc, char** argv, Options& options) {
             options.sinks = value;
         } else if (option == "--log-level") {
             options.level = value;
+        } else if (option == "--ready-fd") {
+            char* end = nullptr;
+            const long fd = std::strtol(value.c_str(), &end, 10);
+            if (value.empty() || *end != '\0' || fd < 0 || fd > 65535) {
+                return false;
+            }
+            options.readyFd = static_cast<int>(fd);
         } else {
             return false;
         }
@@ -116,6 +133,11 @@ int main(int argc, char** argv) {
         std::cerr << "emd: manifest refused: " << text << "\n";
         return EXIT_MANIFEST;
     }
+    if (options.check) {
+        std::cout << options.manifest << ": valid, " << loaded.manifest.functionGroups.size() << " function groups, "
+                  << loaded.manifest.processes.size() << " processes\n";
+        return 0;
+    }
     log->info() << "[emd][Manifest loaded][file=" << options.manifest
                 << ", function_groups=" << loaded.manifest.functionGroups.size()
                 << ", processes=" << loaded.manifest.processes.size() << "]";
@@ -137,6 +159,13 @@ int main(int argc, char** argv) {
         }
         log->info() << "[emd][Services offered]";
         std::cout << "ready" << std::endl;
+        if (options.readyFd >= 0) {
+            const char ready[] = "ready\n";
+            if (write(options.readyFd, ready, sizeof(ready) - 1U) < 0) {
+                log->warn() << "[emd][Ready descriptor not written][fd=" << options.readyFd << "]";
+            }
+            close(options.readyFd);
+        }
         supervisor.Start(Clock::now());
         loop.Run();
     }
