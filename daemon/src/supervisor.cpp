@@ -199,6 +199,9 @@ Outcome Supervisor::Report(pid_t pid, ara::exec::ExecutionState state, Clock::ti
     if (state == ara::exec::ExecutionState::kTerminating) {
         log_->info() << "[Supervisor][Reported kTerminating][process=" << proc->config->name << ", pid=" << pid << "]";
         proc->reportedTerminating = true;
+        if (proc->phase == Phase::kStarting || proc->phase == Phase::kRunning) {
+            proc->deadline = now + proc->config->terminationTimeout;  // it has that long to exit
+        }
         return {};
     }
     if (state != ara::exec::ExecutionState::kRunning) {
@@ -306,8 +309,15 @@ void Supervisor::OnTimer(Clock::time_point now) {
                 }
                 Converge(proc.group, now);
                 break;
-            case Phase::kIdle:
             case Phase::kRunning:
+                if (proc.reportedTerminating) {
+                    log_->warn() << "[Supervisor][Still running after reporting kTerminating, sending SIGKILL][process="
+                                 << proc.config->name << ", pid=" << proc.pid
+                                 << ", timeout_ms=" << proc.config->terminationTimeout.count() << "]";
+                    Stop(proc, AfterStop::kIdle, true, now);
+                }
+                break;
+            case Phase::kIdle:
             case Phase::kFailed:
                 break;
         }

@@ -4,6 +4,7 @@
 //
 //   emd_test_app NAME MODE
 //   MODE: run | never (never reports) | crash-at-start | crash-after:MS | ignore-term
+//         | report-terminating-and-hang
 #include <unistd.h>
 
 #include <atomic>
@@ -47,7 +48,10 @@ int main(int argc, char** argv) {
         usleep(static_cast<useconds_t>(std::stoul(mode.substr(12U)) * 1000U));
         std::abort();
     }
-    while (g_terminate == 0) {
+    if (mode == "report-terminating-and-hang") {
+        (void)client.ReportExecutionState(ara::exec::ExecutionState::kTerminating);
+    }
+    while (g_terminate == 0 || mode == "report-terminating-and-hang") {
         pause();
     }
     (void)client.ReportExecutionState(ara::exec::ExecutionState::kTerminating);
