@@ -1,22 +1,18 @@
 // emd in a process of its own supervising real processes, driven through the public clients.
-// What runs is read from /proc (emd's children by parent pid), never from emd's answers. The
-// clients' state is process-wide, so each test runs in a fresh copy of this program with a
-// discovery tag of its own, which emd and its processes inherit.
+// What runs is read from /proc (emd's children by parent pid), never from emd's answers; the
+// refusals of unknown names, states and pids are emctl_test's. The clients' state is process-wide,
+// so each test runs in a fresh copy of this program with a discovery tag of its own.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <filesystem>
 #include <fstream>
-#include <functional>
 #include <list>
 #include <map>
-#include <thread>
 
-#include "ara/exec/execution_client.h"
 #include "ara/exec/recovery_action_client.h"
 #include "ara/exec/state_client.h"
-#include "ara_test/child_process.h"
+#include "ara_test/em_client_case.h"
 #include "ara_test/temp_dir.h"
 
 namespace {
@@ -26,50 +22,19 @@ using Alive = std::map<std::string, pid_t>;
 
 /// In the test's own process: runs the test in a copy and returns false. In the copy: true.
 bool InCopy(const std::string& encoding = "dds") {
-    if (std::getenv("EMD_TEST_COPY") != nullptr) {
-        const std::string tag = "<Discovery><Tag>emd-" + std::to_string(getpid()) + "</Tag></Discovery>";
-        setenv("KELP_DDS_CONFIG", tag.c_str(), 1);  // before any client exists
-        return true;
-    }
     const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-    ara_test::ChildProcess copy(
-        {"/proc/self/exe", "--gtest_filter=" + std::string(test->test_suite_name()) + "." + test->name()},
-        {"EMD_TEST_COPY=1", "KELP_SERIALIZE_TYPE=" + encoding});
-    EXPECT_TRUE(copy.WaitForLine("[  PASSED  ]", 240s) && copy.Wait() == 0) << ::testing::PrintToString(copy.Lines());
-    return false;
+    if (ara_test::RanInCopy(std::string(test->test_suite_name()) + "." + test->name(),
+                            {"KELP_SERIALIZE_TYPE=" + encoding})) {
+        return false;
+    }
+    setenv("KELP_DDS_CONFIG", ara_test::OwnTag("emd").c_str(), 1);  // before any client exists
+    return true;
 }
 
-/// The live (not zombie) children of `parent`, by their first argument.
-Alive Children(pid_t parent) {
-    Alive alive;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-        std::ifstream stat(entry.path() / "stat");
-        std::string pid, comm, state, ppid;
-        stat >> pid >> comm >> state >> ppid;
-        std::ifstream cmdline(entry.path() / "cmdline");
-        std::string arg0, arg1;
-        if (ppid == std::to_string(parent) && state != "Z" && std::getline(cmdline, arg0, '\0') &&
-            std::getline(cmdline, arg1, '\0')) {
-            alive[arg1] = static_cast<pid_t>(std::stoi(pid));
-        }
-    }
-    return alive;
-}
-
-bool Eventually(const std::function<bool()>& condition) {
-    for (int i = 0; i < 600 && !condition(); ++i) {
-        std::this_thread::sleep_for(50ms);
-    }
-    return condition();
-}
-
-/// 0 for success, the code of an Exec error, -1 when no answer came.
-int Code(ara::core::Future<void, ara::core::ErrorCode> future) {
-    if (future.wait_for(60s) != ara::core::future_status::kReady) {
-        return -1;
-    }
-    const auto result = future.GetResult();
-    return result ? 0 : (result.Error().Domain().Id() == 0x8000000000000300ULL ? result.Error().Value() : -2);
+/// "ok", "Exec N" or "no answer".
+std::string Code(ara::core::Future<void, ara::core::ErrorCode> future) {
+    return future.wait_for(60s) == ara::core::future_status::kReady ? ara_test::Outcome(future.GetResult())
+                                                                    : "no answer";
 }
 
 /// emd on `manifest`, and the state manager's and health manager's clients.
@@ -79,7 +44,7 @@ public:
         EXPECT_TRUE(process_.WaitForLine("ready"));
     }
     ara_test::ChildProcess& Process() { return process_; }
-    Alive Running() { return Children(process_.Pid()); }
+    Alive Running() { return ara_test::Children(process_.Pid()); }
     ara::core::Future<void, ara::core::ErrorCode> Set(const std::string& group, const std::string& state) {
         texts_.push_back(group);  // the views of a FunctionGroupState must outlive the call
         texts_.push_back(state);
@@ -87,12 +52,12 @@ public:
         return state_.SetState(
             ara::exec::FunctionGroupState(ara::exec::FunctionGroupState::Preconstruct(fg, texts_.back()).Value()));
     }
-    int SetState(const std::string& group, const std::string& state) { return Code(Set(group, state)); }
-    /// The state, or "error N".
+    std::string SetState(const std::string& group, const std::string& state) { return Code(Set(group, state)); }
+    /// The state, or "Exec N".
     std::string GetState(const std::string& group) {
         ara::core::String text;
-        const int code = Code(state_.GetState(group, text));
-        return code == 0 ? std::string(text) : "error " + std::to_string(code);
+        const std::string code = Code(state_.GetState(group, text));
+        return code == "ok" ? std::string(text) : code;
     }
     /// "STATE" or "STATE PID" as emd lists the process.
     std::string Listed(const std::string& name) {
@@ -120,41 +85,33 @@ TEST_P(EmdTest, ExampleManifestThroughEveryMethod) {
         return;
     }
     Emd emd(EXAMPLE_MANIFEST);
-    EXPECT_EQ(Code(emd.state_.GetInitialMachineStateTransitionResult()), 0);
+    EXPECT_EQ(Code(emd.state_.GetInitialMachineStateTransitionResult()), "ok");
     Alive alive = emd.Running();
     EXPECT_EQ(alive.size(), 1U);
     EXPECT_EQ(emd.Listed("logger"), "Running " + std::to_string(alive["logger"]));
     EXPECT_EQ(emd.Listed("greeter"), "Idle");
     EXPECT_EQ(emd.GetState("MachineFG"), "Running");
 
-    EXPECT_EQ(emd.SetState("Demo", "On"), 0);
+    EXPECT_EQ(emd.SetState("Demo", "On"), "ok");
     alive = emd.Running();
     EXPECT_EQ(alive.size(), 3U);
     EXPECT_EQ(emd.Listed("counter"), "Running " + std::to_string(alive["counter"]));
     const auto name = emd.recovery_.GetProcessName(alive["greeter"]);
     EXPECT_TRUE(name && name.Value() == "greeter");
-    const auto unknown = emd.recovery_.GetProcessName(getpid());
-    EXPECT_TRUE(!unknown && unknown.Error().Value() == 1);
 
-    EXPECT_EQ(Code(emd.recovery_.ProcessRestart("greeter", false)), 0);
+    EXPECT_EQ(Code(emd.recovery_.ProcessRestart("greeter", false)), "ok");
     EXPECT_NE(emd.Running()["greeter"], alive["greeter"]);
-    EXPECT_EQ(Code(emd.recovery_.ProcessRestart("counter", true)), 0);
-    EXPECT_EQ(Code(emd.recovery_.ProcessRestart("nobody", false)), 2);
+    EXPECT_EQ(Code(emd.recovery_.ProcessRestart("counter", true)), "ok");
 
-    EXPECT_EQ(emd.SetState("Demo", "Off"), 0);
+    EXPECT_EQ(emd.SetState("Demo", "Off"), "ok");
     EXPECT_EQ(emd.Running().size(), 1U);
     EXPECT_EQ(emd.Listed("greeter"), "Idle");
-    EXPECT_EQ(Code(emd.recovery_.ProcessRestart("greeter", false)), 6);  // does not run in Off
-    EXPECT_EQ(emd.SetState("Demo", "Nowhere"), 2);
-    EXPECT_EQ(emd.SetState("NoGroup", "On"), 2);
-    EXPECT_EQ(emd.GetState("NoGroup"), "error 2");
+    EXPECT_EQ(Code(emd.recovery_.ProcessRestart("greeter", false)), "Exec 6");  // does not run in Off
     EXPECT_EQ(emd.GetState("Demo"), "Off");
-    // This process was not started by emd: its report is refused.
-    EXPECT_FALSE(ara::exec::ExecutionClient().ReportExecutionState(ara::exec::ExecutionState::kRunning));
 
     emd.Process().Kill(SIGTERM);
     EXPECT_EQ(emd.Process().Wait(), 0);
-    EXPECT_TRUE(Children(emd.Process().Pid()).empty());
+    EXPECT_TRUE(emd.Running().empty());
     EXPECT_NE(kill(alive["logger"], 0), 0);
 }
 
@@ -176,7 +133,7 @@ std::string TestManifest(const ara_test::TempDir& dir,
     }
     const std::string groups =
         Entry("MachineFG", "[" + Entry("states", "[\"Running\"]") + "," + Entry("initialState", "\"Running\"") + "]") +
-        "," + Entry("Demo", R"([{"key": "states", "value": ["Off", "Never", "Crash", "Later", "Stubborn"]},
+        "," + Entry("Demo", R"([{"key": "states", "value": ["Off", "Never", "Crash", "Later", "Stubborn", "Hang"]},
                          {"key": "initialState", "value": "Off"}])");
     return dir.Write("manifest.json",
                      Entry("manifest",
@@ -189,41 +146,47 @@ TEST(EmdFaultTest, FailuresRestartsAndCancellation) {
         return;
     }
     const ara_test::TempDir dir;
-    Emd emd(TestManifest(dir,
-                         {{"Never", "never", R"(, {"key": "startupTimeoutMs", "value": 1500})"},
-                          {"Crash", "crash-at-start", ""},
-                          {"Later", "crash-after:1000", R"(, {"key": "restart", "value": [
+    Emd emd(
+        TestManifest(dir,
+                     {{"Never", "never", R"(, {"key": "startupTimeoutMs", "value": 1500})"},
+                      {"Crash", "crash-at-start", ""},
+                      {"Later", "crash-after:1000", R"(, {"key": "restart", "value": [
                               {"key": "maxRestarts", "value": 1}, {"key": "backoffMs", "value": 200}]})"},
-                          {"Stubborn", "ignore-term", R"(, {"key": "terminationTimeoutMs", "value": 300})"}}));
+                      {"Stubborn", "ignore-term", R"(, {"key": "terminationTimeoutMs", "value": 300})"},
+                      {"Hang", "report-terminating-and-hang", R"(, {"key": "terminationTimeoutMs", "value": 300})"}}));
     // A newer request cancels the one under way.
     auto first = emd.Set("Demo", "Never");
-    EXPECT_TRUE(Eventually([&] { return emd.Running().count("Never") == 1U; }));
-    EXPECT_EQ(emd.SetState("Demo", "Off"), 0);
-    EXPECT_EQ(Code(std::move(first)), 5);
+    EXPECT_TRUE(ara_test::Eventually([&] { return emd.Running().count("Never") == 1U; }));
+    EXPECT_EQ(emd.SetState("Demo", "Off"), "ok");
+    EXPECT_EQ(Code(std::move(first)), "Exec 5");
     EXPECT_TRUE(emd.Running().empty());
 
-    EXPECT_EQ(emd.SetState("Demo", "Never"), 6);  // no report within 1.5 s
-    EXPECT_EQ(emd.GetState("Demo"), "error 6");
-    EXPECT_TRUE(Eventually([&] { return emd.Listed("Never") == "Failed"; }));
-    EXPECT_EQ(emd.SetState("Demo", "Crash"), 6);
+    EXPECT_EQ(emd.SetState("Demo", "Never"), "Exec 6");  // no report within 1.5 s
+    EXPECT_EQ(emd.GetState("Demo"), "Exec 6");
+    EXPECT_TRUE(ara_test::Eventually([&] { return emd.Listed("Never") == "Failed"; }));
+    EXPECT_EQ(emd.SetState("Demo", "Crash"), "Exec 6");
     EXPECT_EQ(emd.Listed("Crash"), "Failed");
     EXPECT_EQ(emd.Listed("Never"), "Idle");
 
+    // Reports kTerminating and does not exit: killed 300 ms later, and not restarted.
+    EXPECT_EQ(emd.SetState("Demo", "Hang"), "ok");
+    EXPECT_TRUE(ara_test::Eventually([&] { return emd.Listed("Hang") == "Idle"; }));
+    EXPECT_TRUE(emd.Running().empty());
     // Ignores SIGTERM: killed 300 ms after it.
-    EXPECT_EQ(emd.SetState("Demo", "Stubborn"), 0);
-    EXPECT_EQ(emd.SetState("Demo", "Off"), 0);
+    EXPECT_EQ(emd.SetState("Demo", "Stubborn"), "ok");
+    EXPECT_EQ(emd.SetState("Demo", "Off"), "ok");
     EXPECT_TRUE(emd.Running().empty());
 
     // Crashes a second after reporting: restarted once, then the group is failed.
-    EXPECT_EQ(emd.SetState("Demo", "Later"), 0);
+    EXPECT_EQ(emd.SetState("Demo", "Later"), "ok");
     EXPECT_EQ(emd.GetState("Demo"), "Later");
     const pid_t firstPid = emd.Running()["Later"];
-    EXPECT_TRUE(Eventually([&] {
+    EXPECT_TRUE(ara_test::Eventually([&] {
         const Alive alive = emd.Running();
         return alive.count("Later") == 1U && alive.at("Later") != firstPid;
     }));
-    EXPECT_TRUE(Eventually([&] { return emd.Listed("Later") == "Failed"; }));
-    EXPECT_EQ(emd.GetState("Demo"), "error 6");
+    EXPECT_TRUE(ara_test::Eventually([&] { return emd.Listed("Later") == "Failed"; }));
+    EXPECT_EQ(emd.GetState("Demo"), "Exec 6");
     EXPECT_TRUE(emd.Running().empty());
 }
 
@@ -232,12 +195,12 @@ TEST(EmdFaultTest, KilledDaemonLeavesNoProcess) {
         return;
     }
     Emd emd(EXAMPLE_MANIFEST);
-    EXPECT_EQ(emd.SetState("Demo", "On"), 0);
+    EXPECT_EQ(emd.SetState("Demo", "On"), "ok");
     const Alive alive = emd.Running();
     EXPECT_EQ(alive.size(), 3U);
     emd.Process().Kill(SIGKILL);
     for (const auto& [name, pid] : alive) {
-        EXPECT_TRUE(Eventually([pid = pid] {
+        EXPECT_TRUE(ara_test::Eventually([pid = pid] {
             std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
             std::string field, state;
             return !(stat >> field >> field >> state) || state == "Z";

@@ -59,15 +59,6 @@ ara::core::Result<T> Call(RpcClient& client, unsigned int methodId, const Args&.
     return future.get();
 }
 
-template <typename Predicate>
-bool WaitUntil(Predicate done) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!done() && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return done();
-}
-
 class RpcTransportTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { setenv("KELP_DDS_CONFIG", TAG.c_str(), 1); }
@@ -122,11 +113,11 @@ TEST_F(RpcTransportTest, AKilledServerFailsEveryPendingCallAndARestartedOneIsFou
     EXPECT_THAT(getState.get(), HasError(ara::exec::ExecErrc::kCommunicationError));
     EXPECT_THAT(setState.get(), HasError(ara::exec::ExecErrc::kCommunicationError));
     EXPECT_TRUE(sm->isServiceOffline_.load());
-    EXPECT_TRUE(WaitUntil(
+    EXPECT_TRUE(ara_test::Eventually(
         [&] { return capture.Contains("[DDSServiceDiscovery][Service lost][service=57361, instance=65534]"); }));
 
     server = ara_test::StartEmServer({});
-    EXPECT_TRUE(WaitUntil([&] { return !sm->isServiceOffline_.load(); }));
+    EXPECT_TRUE(ara_test::Eventually([&] { return !sm->isServiceOffline_.load(); }));
     EXPECT_EQ(Call<String>(*sm, 6U, String("x")).ValueOr(""), "Running");
     EXPECT_TRUE(sm->CheckFindServiceResult()) << "the future stays ready";
 

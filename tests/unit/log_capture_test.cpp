@@ -112,15 +112,6 @@ TEST(LogRateLimitTest, LimitsRecordsPerLogIdThroughLog) {
     }
 }
 
-TEST(LogRateLimitTest, EmitsAgainAfterThePeriod) {
-    CaptureSink capture;
-    const auto log = Log::GetLog("RATE_T");
-    log->warn("Timed", LimitConfig{50U, 1U}) << "first";
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // generous: the machine may be slow
-    log->warn("Timed", LimitConfig{50U, 1U}) << "after the period";
-    EXPECT_EQ(capture.Texts(), (Texts{"first", "after the period"}));
-}
-
 TEST(LogConfigTest, SinkAndLevelSettings) {
     struct Case {
         const char* sink;

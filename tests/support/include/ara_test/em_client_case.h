@@ -7,8 +7,12 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
+#include <map>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ara/quill/common/log/log.h"
@@ -18,16 +22,47 @@ namespace ara_test {
 
 using Lines = std::vector<std::string>;
 
-/// In the test process: runs the case `name` of a parameterized test in a copy of this program,
-/// with `env` added, expects it to pass and returns true. In the copy: false, the caller runs it.
+/// In the test process: runs the case `name` of a parameterized test (or the test "Suite.Name")
+/// in a copy of this program, with `env` added, expects it to pass and returns true. In the copy:
+/// false, the caller runs it.
 inline bool RanInCopy(const std::string& name, Lines env = {}) {
     if (std::getenv("ARA_TEST_CASE_COPY") != nullptr) {
         return false;
     }
     env.push_back("ARA_TEST_CASE_COPY=1");
-    ChildProcess copy({"/proc/self/exe", "--gtest_filter=*/" + name}, env);
+    ChildProcess copy(
+        {"/proc/self/exe", std::string("--gtest_filter=") + (name.find('.') == std::string::npos ? "*/" : "") + name},
+        env);
     EXPECT_TRUE(copy.WaitForLine("[  PASSED  ]", std::chrono::seconds(120)) && copy.Wait() == 0)
         << ::testing::PrintToString(copy.Lines());
+    return true;
+}
+
+/// The live (not zombie) children of `parent`, by their first argument.
+inline std::map<std::string, pid_t> Children(pid_t parent) {
+    std::map<std::string, pid_t> alive;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream stat(entry.path() / "stat");
+        std::string pid, comm, state, ppid, arg0, arg1;
+        stat >> pid >> comm >> state >> ppid;
+        std::ifstream cmdline(entry.path() / "cmdline");
+        if (ppid == std::to_string(parent) && state != "Z" && std::getline(cmdline, arg0, '\0') &&
+            std::getline(cmdline, arg1, '\0')) {
+            alive[arg1] = static_cast<pid_t>(std::stoi(pid));
+        }
+    }
+    return alive;
+}
+
+/// Polls `condition` every 20 ms until it holds or `timeout` has passed; its last answer.
+template <typename Condition>
+bool Eventually(Condition condition, std::chrono::milliseconds timeout = std::chrono::seconds(30)) {
+    for (const auto end = std::chrono::steady_clock::now() + timeout; !condition();) {
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
     return true;
 }
 
