@@ -66,6 +66,17 @@ function(ara_exec_add_shared_library)
   target_link_libraries(${ARG_NAME}_static PUBLIC ${ARG_COMPONENTS} ${static_links})
 endfunction()
 
+# ara_exec_add_program(NAME n SOURCES ... [LINK ...])
+# An executable of ours (daemon, example, test helper, benchmark) with our warnings and the
+# sanitizer flags of the build, linked PRIVATE to LINK.
+function(ara_exec_add_program)
+  cmake_parse_arguments(ARG "" "NAME" "SOURCES;LINK" ${ARGN})
+  add_executable(${ARG_NAME} ${ARG_SOURCES})
+  target_link_libraries(${ARG_NAME} PRIVATE ${ARG_LINK})
+  target_compile_options(${ARG_NAME} PRIVATE ${ARA_EXEC_WARNINGS})
+  ara_exec_apply_sanitizer(${ARG_NAME})
+endfunction()
+
 # ara_exec_add_test(NAME n SOURCES ... [LINK ...] [LABELS ...])
 # A GoogleTest executable linked to the static twins; each test case becomes a ctest test.
 function(ara_exec_add_test)
