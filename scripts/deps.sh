@@ -10,6 +10,7 @@ ARA_EXEC_PACKAGES=(
     rapidjson-dev zlib1g-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     clang-14 libclang-rt-14-dev
+    iproute2 util-linux
 )
 
 ara_exec_install_deps() {
