@@ -1,9 +1,10 @@
-# emd on one host and emctl on another: two network namespaces joined by a veth pair, with
+# emd on one host and emctl on another (calls, and pending calls failing within the lease when
+# the daemon's link goes down or the daemon is killed): two network namespaces joined by a veth pair, with
 # multicast discovery and with unicast peers. Skipped (77) where namespaces are not permitted,
 # unless ARA_EXEC_REQUIRE_NAMESPACES=1 (CI) makes that a failure.
 foreach(mode multicast unicast)
   add_test(NAME two_hosts_${mode}
            COMMAND bash ${PROJECT_SOURCE_DIR}/tests/support/scripts/two_hosts.sh ${mode} $<TARGET_FILE:emd>
-                   ${PROJECT_BINARY_DIR}/examples/emd/machine_manifest.json $<TARGET_FILE:emctl>)
+                   $<TARGET_FILE:emctl> $<TARGET_FILE:emd_test_app>)
   set_tests_properties(two_hosts_${mode} PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
 endforeach()

@@ -1,21 +1,22 @@
 #!/usr/bin/env bash
 # Two hosts on one machine: network namespaces A and B joined by a veth pair (10.77.0.1 on
-# veth-a, 10.77.0.2 on veth-b). emd runs on A with the given manifest; emctl on B drives it
-# over DDS, with multicast discovery or with unicast peers listed on both sides. Everything
+# veth-a, 10.77.0.2 on veth-b). emd runs on A, supervising TEST_APP processes; emctl on B
+# drives it over DDS, with multicast discovery or with unicast peers listed on both sides. A
+# call left pending must fail within the lease when A's link goes down and when emd is killed. Everything
 # it starts ends with it, also when it is killed: the namespaces live only as long as the
 # processes this script owns, and each of those dies with the script (its death signal), so
 # even a SIGKILL of the script leaves nothing behind.
 #
-#   two_hosts.sh multicast|unicast EMD MANIFEST EMCTL
+#   two_hosts.sh multicast|unicast EMD EMCTL TEST_APP
 #
 # Exits 0 when every check passed, 1 when one failed, and 77 (skipped) when this machine does
 # not let us create a network namespace, unless ARA_EXEC_REQUIRE_NAMESPACES=1 asks for them.
 set -uo pipefail
 if [ $# -ne 4 ] || { [ "$1" != multicast ] && [ "$1" != unicast ]; }; then
-    echo "usage: $0 multicast|unicast EMD MANIFEST EMCTL" >&2
+    echo "usage: $0 multicast|unicast EMD EMCTL TEST_APP" >&2
     exit 2
 fi
-mode="$1" emd="$2" manifest="$3" emctl="$4"
+mode="$1" emd="$2" emctl="$3" app="$(realpath "$4")"
 work="$(mktemp -d)"
 owned=()
 cleanup() {
@@ -63,27 +64,65 @@ uri() {
     fi
 }
 
-mkfifo "$work/ready"
-CYCLONEDDS_URI="$(uri veth-a)" setpriv --pdeathsig KILL nsenter -t "$host_a" -n "$emd" --manifest "$manifest" --log console \
-    --ready-fd 3 3> "$work/ready" > "$work/emd.log" 2>&1 &
-emd_pid=$!
-owned+=("$emd_pid")
-ready="$(timeout 30 head -n 1 "$work/ready")"
-[ "$ready" = ready ] || fail "emd on host A did not become ready"
+# Demo On runs a and b; in Demo Slow, slow never reports, so a transition to it stays pending.
+entry() { echo "{\"key\": \"$1\", \"value\": $2}"; }
+process() {
+    entry "$1" "[$(entry executable "\"$app\""), $(entry arguments "[\"$1\", \"$2\"]"),
+        $(entry functionGroup '"Demo"'), $(entry states "[\"$3\"]"), $(entry startupTimeoutMs 60000)]"
+}
+manifest="$work/manifest.json"
+entry manifest "[$(entry functionGroups "[
+    $(entry MachineFG "[$(entry states '["Running"]'), $(entry initialState '"Running"')]"),
+    $(entry Demo "[$(entry states '["Off", "On", "Slow"]'), $(entry initialState '"Off"')]")]"),
+  $(entry processes "[$(process a run On), $(process b run On), $(process slow never Slow)]")]" > "$manifest"
 
+mkfifo "$work/ready"
+start_emd() {
+    CYCLONEDDS_URI="$(uri veth-a)" setpriv --pdeathsig KILL nsenter -t "$host_a" -n "$emd" --manifest "$manifest" \
+        --log console --ready-fd 3 3> "$work/ready" >> "$work/emd.log" 2>&1 &
+    emd_pid=$!
+    owned+=("$emd_pid")
+    [ "$(timeout 30 head -n 1 "$work/ready")" = ready ] || fail "emd on host A did not become ready"
+}
 ctl() { CYCLONEDDS_URI="$(uri veth-b)" setpriv --pdeathsig KILL nsenter -t "$host_b" -n "$emctl" --timeout 30 "$@"; }
+# Starts `emctl state set Demo Slow` in the background; pending_done waits for it and checks
+# that it failed as unreachable (3) within the 1 s lease plus a margin for a loaded machine.
+pending_start() {
+    CYCLONEDDS_URI="$(uri veth-b)" setpriv --pdeathsig KILL nsenter -t "$host_b" -n "$emctl" --timeout 30 \
+        state set Demo Slow > /dev/null 2>&1 &
+    pending=$!
+    owned+=("$pending")
+    sleep 1  # the request reaches emd, which starts slow and waits for its report
+}
+pending_done() {
+    local since status elapsed
+    since=$(date +%s%N)
+    wait "$pending"
+    status=$?
+    elapsed=$(( ($(date +%s%N) - since) / 1000000 ))
+    echo "two hosts ($mode): pending call ended after $1 with $status in ${elapsed} ms"
+    [ "$status" = 3 ] || fail "the pending call ended with $status after $1, not 3 (unreachable)"
+    [ "$elapsed" -lt 3000 ] || fail "the pending call took ${elapsed} ms to fail after $1"
+}
+
+start_emd
 ctl wait-ready > /dev/null || fail "emctl wait-ready from host B"
 ctl state set Demo On > /dev/null || fail "state set Demo On from host B"
 running="$(ctl ps | awk '$3 == "Running"' | wc -l)"
-[ "$running" = 3 ] || fail "expected 3 processes running, emctl ps from host B saw $running"
-pid="$(ctl ps | awk '$1 == "greeter" {print $4}')"
-[ "$(ctl name "$pid")" = greeter ] || fail "emctl name $pid from host B"
-ctl state set Demo Off > /dev/null || fail "state set Demo Off from host B"
+[ "$running" = 2 ] || fail "expected 2 processes running, emctl ps from host B saw $running"
+pid="$(ctl ps | awk '$1 == "a" {print $4}')"
+[ "$(ctl name "$pid")" = a ] || fail "emctl name $pid from host B"
 
-# The daemon's host killed: host B finds no Execution Management any more.
-kill -KILL "$emd_pid"
-wait "$emd_pid" 2>/dev/null
-ctl ps > /dev/null 2>&1
-status=$?
-[ "$status" = 3 ] || fail "emctl ps after emd was killed exited $status, not 3 (unreachable)"
+# Host A's link goes down: the pending call fails; once the link is back, calls succeed again.
+pending_start
+on "$host_a" ip link set veth-a down
+pending_done "host A's link went down"
+on "$host_a" ip link set veth-a up
+for _ in $(seq 50); do ctl ps > /dev/null 2>&1 && break; sleep 0.2; done
+ctl state get Demo > /dev/null || fail "no call succeeds after host A's link came back"
+
+# emd killed on host A: noticed the same way.
+pending_start
+{ kill -KILL "$emd_pid" && wait "$emd_pid"; } 2> /dev/null
+pending_done "emd was killed"
 echo "two hosts ($mode): passed"
