@@ -50,6 +50,10 @@ std::string Message(const ara::core::ErrorCode& error) {
     return error.Domain().Message(error.Value());
 }
 
+int Unreachable(const std::string& what) {
+    return Fail(kUnreachable, what, Message(ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0)));
+}
+
 std::string JsonText(const std::string& text) {
     std::string out = "\"";
     for (const char c : text) {
@@ -67,12 +71,12 @@ std::string JsonText(const std::string& text) {
     return out + "\"";
 }
 
-/// Waits up to 3 s (or --timeout when shorter) until the state manager service is found;
-/// once it was not, the answer stays no for the rest of the run.
-bool Reachable(const Options& options) {
+/// Waits until the state manager service is found, up to `limit` (each try after the first
+/// takes 10 ms); once it was not, the answer stays no for the rest of the run.
+bool Reachable(Clock::duration limit) {
     static const ara::exec::StateClient probe;  // CommunicationProcessing needs one to exist
     static bool unreachable = false;
-    const auto deadline = Clock::now() + std::min<Clock::duration>(options.timeout, std::chrono::seconds(3));
+    const auto deadline = Clock::now() + limit;
     while (!unreachable && !ara::exec::CommunicationProcessing()) {
         unreachable = Clock::now() >= deadline;
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -80,8 +84,18 @@ bool Reachable(const Options& options) {
     return !unreachable;
 }
 
+/// Reachable within 3 s, or within --timeout when that is shorter.
+bool Reachable(const Options& options) {
+    return Reachable(std::min<Clock::duration>(options.timeout, std::chrono::seconds(3)));
+}
+
 /// The outcome of a future that holds only success or an Exec code, waited for --timeout.
-int Await(ara::core::Future<void, ara::core::ErrorCode> future, const Options& options, const std::string& what) {
+/// kCommunicationError means unreachable, and so does kGeneralError when `generalIsUnreachable`
+/// (the restart's not-ready failure; Execution Management's own errors pass unchanged there).
+int Await(ara::core::Future<void, ara::core::ErrorCode> future,
+          const Options& options,
+          const std::string& what,
+          bool generalIsUnreachable = false) {
     if (future.wait_for(options.timeout) != ara::core::future_status::kReady) {
         return Fail(kTimedOut, what, "no answer within " + std::to_string(options.timeout.count()) + " s");
     }
@@ -89,7 +103,9 @@ int Await(ara::core::Future<void, ara::core::ErrorCode> future, const Options& o
     if (result.HasValue()) {
         return kOk;
     }
-    const bool unreachable = result.Error() == ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0);
+    const bool unreachable =
+        result.Error() == ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0) ||
+        (generalIsUnreachable && result.Error() == ara::exec::MakeErrorCode(ExecErrc::kGeneralError, 0));
     return Fail(unreachable ? kUnreachable : kRefused, what, Message(result.Error()));
 }
 
@@ -107,7 +123,7 @@ int RetryOnce(const Options& options, const std::string& what, Call call) {
     }
     const bool busy = result.Error() == ara::exec::MakeErrorCode(ExecErrc::kBusy, 0);
     if (!busy && !Reachable(options)) {
-        return Fail(kUnreachable, what, Message(ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0)));
+        return Unreachable(what);
     }
     return Fail(kRefused, what, Message(result.Error()));
 }
@@ -117,7 +133,7 @@ int StateGet(const Options& options) {
     const std::string what = "state get " + group;
     const ara::exec::StateClient client;
     if (!Reachable(options)) {
-        return Fail(kUnreachable, what, Message(ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0)));
+        return Unreachable(what);
     }
     ara::core::String state;
     const int code = Await(client.GetState(group, state), options, what);
@@ -135,7 +151,7 @@ int StateSet(const Options& options) {
     const std::string what = "state set " + group + " " + state;
     const ara::exec::StateClient client;
     if (!Reachable(options)) {
-        return Fail(kUnreachable, what, Message(ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0)));
+        return Unreachable(what);
     }
     const ara::exec::FunctionGroup fg(ara::exec::FunctionGroup::Preconstruct(group).Value());
     const ara::exec::FunctionGroupState target(ara::exec::FunctionGroupState::Preconstruct(fg, state).Value());
@@ -148,13 +164,8 @@ int StateSet(const Options& options) {
 
 int WaitReady(const Options& options) {
     const ara::exec::StateClient client;
-    const auto deadline = Clock::now() + options.timeout;
-    while (!ara::exec::CommunicationProcessing()) {
-        if (Clock::now() >= deadline) {
-            return Fail(
-                kUnreachable, "wait-ready", Message(ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0)));
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    if (!Reachable(options.timeout)) {
+        return Unreachable("wait-ready");
     }
     const int code = Await(client.GetInitialMachineStateTransitionResult(), options, "wait-ready");
     if (code == kOk) {
@@ -211,22 +222,14 @@ int Restart(const Options& options) {
     const std::string what = "restart " + name;
     const ara::exec::RecoveryActionClient client("emctl");
     if (!Reachable(options)) {
-        return Fail(kUnreachable, what, Message(ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0)));
+        return Unreachable(what);
     }
-    // Not repeated on failure: a restart is not idempotent. kGeneralError here means the
-    // health manager service was not found, since Execution Management's own errors pass unchanged.
-    auto future = client.ProcessRestart(name, options.kill);
-    if (future.wait_for(options.timeout) != ara::core::future_status::kReady) {
-        return Fail(kTimedOut, what, "no answer within " + std::to_string(options.timeout.count()) + " s");
-    }
-    const auto result = future.GetResult();
-    if (result.HasValue()) {
+    // Not repeated on failure: a restart is not idempotent.
+    const int code = Await(client.ProcessRestart(name, options.kill), options, what, true);
+    if (code == kOk) {
         std::cout << name << " restarted\n";
-        return kOk;
     }
-    const bool unreachable = result.Error() == ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0) ||
-                             result.Error() == ara::exec::MakeErrorCode(ExecErrc::kGeneralError, 0);
-    return Fail(unreachable ? kUnreachable : kRefused, what, Message(result.Error()));
+    return code;
 }
 
 int Name(const Options& options) {

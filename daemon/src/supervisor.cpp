@@ -209,7 +209,6 @@ Outcome Supervisor::Report(pid_t pid, ara::exec::ExecutionState state, Clock::ti
                      << ", state=" << static_cast<int>(state) << "]";
         return Error(ExecErrc::kInvalidArguments);
     }
-    proc->reportedRunning = true;
     if (proc->phase != Phase::kStarting) {
         return {};
     }
@@ -461,7 +460,6 @@ bool Supervisor::Launch(Proc& proc, Clock::time_point now) {
     proc.afterStop = AfterStop::kIdle;
     proc.killed = false;
     proc.reportedTerminating = false;
-    proc.reportedRunning = false;
     log_->info() << "[Supervisor][Launched][process=" << proc.config->name << ", pid=" << proc.pid
                  << ", executable=" << proc.config->executable << "]";
     return true;

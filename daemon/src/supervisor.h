@@ -86,7 +86,6 @@ private:
         AfterStop afterStop{AfterStop::kIdle};
         bool killed{false};
         bool reportedTerminating{false};
-        bool reportedRunning{false};
         unsigned int restartsUsed{0U};
         std::vector<Completion> restartWaiters;
     };

@@ -5,6 +5,7 @@
 #define ARA_EXEC_SRC_CLIENT_ENDPOINT_H
 
 #include <atomic>
+#include <chrono>
 #include <iostream>
 #include <memory>
 #include <mutex>
@@ -15,6 +16,12 @@
 #include "tarn/em/util/rpc_client.h"
 
 namespace ara::exec::detail {
+
+/// Execution Management expects this pause before a request (the name lookup of the
+/// recovery action client goes without it); it is part of the protocol.
+constexpr std::chrono::microseconds PAUSE_BEFORE_REQUEST{50000};
+/// How long a client that waits for its reply waits.
+constexpr std::chrono::milliseconds REPLY_WAIT{1900};
 
 /// The compiled-in address of one service; the instance id is "1" for all of them.
 struct ServiceAddress {

@@ -23,9 +23,6 @@ using Outcome = ara::core::Result<void, ara::core::ErrorCode>;
 
 constexpr detail::ServiceAddress ADDRESS{2, 57360U, "EM_RPC_REQUEST_APPLICATION", "EM_RPC_REPLY_APPLICATION"};
 constexpr unsigned int REPORT_METHOD_ID = 0U;
-// Execution Management expects this pause before every report; it is part of the protocol.
-constexpr std::chrono::microseconds PAUSE_BEFORE_REPORT{50000};
-constexpr std::chrono::milliseconds REPLY_WAIT{1900};
 
 /// The endpoint shared by every execution client of the process, made on first use.
 detail::ClientEndpoint& Shared() {
@@ -39,7 +36,8 @@ std::shared_ptr<Log> Logger() {
 
 void InitializeOnce() {
     detail::ClientEndpoint& shared = Shared();
-    if (shared.StartTransport("ExecutionClient", "get logInstanceEMCL error, logInstance is inValid in ExecutionClient ")) {
+    if (shared.StartTransport("ExecutionClient",
+                              "get logInstanceEMCL error, logInstance is inValid in ExecutionClient ")) {
         shared.FinishSetUp("ExecutionClient", shared.Rpc().InitializeMethod<void>(REPORT_METHOD_ID, false, false));
     }
     inner::ExecutionClientInner::GetExecutionClientInnerInstance()->DlopenExtensionSo();
@@ -88,12 +86,12 @@ Outcome ExecutionClient::ReportExecutionState(ExecutionState state) const noexce
 
     const auto hooks = inner::ExecutionClientInner::GetExecutionClientInnerInstance();
     RunHook(hooks->beforeReportHook_, state, "before");
-    std::this_thread::sleep_for(PAUSE_BEFORE_REPORT);
+    std::this_thread::sleep_for(detail::PAUSE_BEFORE_REQUEST);
     auto reply = method->Request(reportPid, state);
     Logger()->info() << "[ExecutionClient][Call method is returned on rpc client]";
     RunHook(hooks->afterReportHook_, state, "after");
 
-    if (reply.wait_for(REPLY_WAIT) != ara::core::future_status::kReady) {
+    if (reply.wait_for(detail::REPLY_WAIT) != ara::core::future_status::kReady) {
         Logger()->error() << "[ExecutionClient][Waiting for method time out while reporting execution state]";
         return GeneralError();
     }
@@ -104,7 +102,7 @@ Outcome ExecutionClient::ReportExecutionState(ExecutionState state) const noexce
     }
     const ara::core::ErrorCode& error = outcome.Error();
     Logger()->error() << "[ExecutionClient][Failed to report execution state][cm_or_em_error="
-                    << error.Domain().Message(error.Value()) << "]";
+                      << error.Domain().Message(error.Value()) << "]";
     Logger()->error() << "[ExecutionClient][Failed to report execution state]";
     return GeneralError();
 }

@@ -24,15 +24,11 @@ using Pending = ara::core::Future<void, ara::core::ErrorCode>;
 using Outcome = ara::core::Result<void, ara::core::ErrorCode>;
 using Processes = std::vector<Process>;
 
-constexpr detail::ServiceAddress ADDRESS{4, 57362U, "EM_RPC_REQUEST_PLATFORM_HEALTH_MANAGER",
-                                         "EM_RPC_REPLY_PLATFORM_HEALTH_MANAGER"};
+constexpr detail::ServiceAddress ADDRESS{
+    4, 57362U, "EM_RPC_REQUEST_PLATFORM_HEALTH_MANAGER", "EM_RPC_REPLY_PLATFORM_HEALTH_MANAGER"};
 constexpr unsigned int RESTART_METHOD_ID = 3U;
 constexpr unsigned int PROCESS_STATES_METHOD_ID = 4U;
 constexpr unsigned int PROCESS_NAME_METHOD_ID = 5U;
-// Execution Management expects this pause before a restart or a list request; it is part of
-// the protocol. The name lookup goes without it.
-constexpr std::chrono::microseconds PAUSE_BEFORE_REQUEST{50000};
-constexpr std::chrono::milliseconds REPLY_WAIT{1900};
 
 /// The endpoint shared by every recovery action client of the process, made on first use.
 detail::ClientEndpoint& Shared() {
@@ -104,7 +100,7 @@ Pending RecoveryActionClient::ProcessRestart(const std::string& processName, boo
         return detail::ClientEndpoint::Failed<void>(GeneralError());
     }
     Logger()->info() << "[RecoveryActionClient][Begin restarting process]";
-    std::this_thread::sleep_for(PAUSE_BEFORE_REQUEST);
+    std::this_thread::sleep_for(detail::PAUSE_BEFORE_REQUEST);
     Pending reply = Shared().Call<void>(RESTART_METHOD_ID, processName, flag);
     Logger()->info() << "[RecoveryActionClient][Call method is returned on rpc client]";
     return reply.then(ToRestartResult);
@@ -115,10 +111,10 @@ Outcome RecoveryActionClient::GetProcessStates(Processes& processes) const noexc
         return Outcome::FromError(GeneralError());
     }
     Logger()->info() << "[RecoveryActionClient][Get process states info]";
-    std::this_thread::sleep_for(PAUSE_BEFORE_REQUEST);
+    std::this_thread::sleep_for(detail::PAUSE_BEFORE_REQUEST);
     auto reply = Shared().Call<Processes>(PROCESS_STATES_METHOD_ID, clientName_);
     Logger()->info() << "[RecoveryActionClient][Call method is returned on rpc client]";
-    if (reply.wait_for(REPLY_WAIT) != ara::core::future_status::kReady) {
+    if (reply.wait_for(detail::REPLY_WAIT) != ara::core::future_status::kReady) {
         Logger()->error() << "[RecoveryActionClient][Waiting for method time out while getting process states]";
         return Outcome::FromError(GeneralError());
     }
@@ -130,10 +126,10 @@ Outcome RecoveryActionClient::GetProcessStates(Processes& processes) const noexc
     }
     const ara::core::ErrorCode& error = outcome.Error();
     Logger()->error() << "[RecoveryActionClient][Failed to get process states][cm_or_em_error=" << MessageOf(error)
-                    << "]";
+                      << "]";
     // Only Com code 2 (kMaxSamplesExceeded) reads as busy, whatever the code in another domain.
-    const bool busy =
-        detail::IsComError(error) && error.Value() == static_cast<int>(kelp::brio::api::types::ComErrc::kMaxSamplesExceeded);
+    const bool busy = detail::IsComError(error) &&
+                      error.Value() == static_cast<int>(kelp::brio::api::types::ComErrc::kMaxSamplesExceeded);
     Logger()->error() << "[RecoveryActionClient][Failed to get process states]";
     return Outcome::FromError(busy ? MakeErrorCode(ExecErrc::kBusy, 0) : GeneralError());
 }
@@ -151,9 +147,10 @@ ara::core::Result<ara::core::String, ara::core::ErrorCode> RecoveryActionClient:
     Logger()->verbose() << "[RecoveryActionClient][Get process name based on pid][pid=" << pid << "]";
     auto reply = Shared().Call<ara::core::String>(PROCESS_NAME_METHOD_ID, requested);
     Logger()->verbose() << "[RecoveryActionClient][Get process name, call method is returned on rpc client]";
-    if (reply.wait_for(REPLY_WAIT) != ara::core::future_status::kReady) {
+    if (reply.wait_for(detail::REPLY_WAIT) != ara::core::future_status::kReady) {
         const ara::core::ErrorCode error = GeneralError();
-        Logger()->error() << "[RecoveryActionClient][Failed to get process name][error_data=" << MessageOf(error) << "]";
+        Logger()->error() << "[RecoveryActionClient][Failed to get process name][error_data=" << MessageOf(error)
+                          << "]";
         return NameOutcome::FromError(error);
     }
     auto outcome = reply.GetResult();
@@ -161,8 +158,9 @@ ara::core::Result<ara::core::String, ara::core::ErrorCode> RecoveryActionClient:
         return outcome;
     }
     Logger()->error() << "[RecoveryActionClient][Get process name failed][cm_or_em_error=" << MessageOf(outcome.Error())
-                    << "]";
-    Logger()->error() << "[RecoveryActionClient][Get process name failed, can't find process][process_pid=" << pid << "]";
+                      << "]";
+    Logger()->error() << "[RecoveryActionClient][Get process name failed, can't find process][process_pid=" << pid
+                      << "]";
     return NameOutcome::FromError(GeneralError());
 }
 

@@ -12,8 +12,8 @@
 #include "ara/core/result.h"
 #include "ara/exec/exec_error_domain.h"
 #include "ara/quill/common/log/log.h"
-#include "kelp/brio/api/types/error_domains.h"
 #include "client_endpoint.h"
+#include "kelp/brio/api/types/error_domains.h"
 
 namespace ara::exec {
 namespace {
@@ -26,9 +26,6 @@ constexpr detail::ServiceAddress ADDRESS{4, 57361U, "EM_RPC_REQUEST_STATE_MANAGE
 constexpr unsigned int INITIAL_RESULT_METHOD_ID = 1U;
 constexpr unsigned int SET_STATE_METHOD_ID = 2U;
 constexpr unsigned int GET_STATE_METHOD_ID = 6U;
-// Execution Management expects this pause before every request; it is part of the protocol.
-constexpr std::chrono::microseconds PAUSE_BEFORE_REQUEST{50000};
-constexpr std::chrono::milliseconds REPLY_WAIT{1900};
 
 /// The endpoint shared by every state client of the process, made on first use.
 detail::ClientEndpoint& Shared() {
@@ -77,7 +74,7 @@ Outcome ToStateResult(Pending&& reply) {
 /// Pauses as Execution Management expects, sends, and returns the converted outcome.
 template <typename... Args>
 Pending SendStateRequest(unsigned int methodId, const Args&... args) {
-    std::this_thread::sleep_for(PAUSE_BEFORE_REQUEST);
+    std::this_thread::sleep_for(detail::PAUSE_BEFORE_REQUEST);
     Pending reply = Shared().Call<void>(methodId, args...);
     Logger()->info() << "[StateClient][Call method is returned on rpc client]";
     return reply.then(ToStateResult);
@@ -106,7 +103,7 @@ Pending StateClient::SetState(const FunctionGroupState& state) const noexcept {
     const ara::core::String group(state.FunctionGroupMetaModel());
     const ara::core::String target(state.State());
     Logger()->info() << "[StateClient][Begin setting function group state][function_group_name=" << group
-                   << ", target_state=" << target << "]";
+                     << ", target_state=" << target << "]";
     return SendStateRequest(SET_STATE_METHOD_ID, group, target);
 }
 
@@ -128,10 +125,11 @@ Pending StateClient::GetState(const ara::core::String& functionGroup, ara::core:
         Logger()->error() << "[StateClient][Not usable]";
         return future;
     }
-    Logger()->info() << "[StateClient][Begin getting function group state][function_group_name=" << functionGroup << "]";
-    std::this_thread::sleep_for(PAUSE_BEFORE_REQUEST);
+    Logger()->info() << "[StateClient][Begin getting function group state][function_group_name=" << functionGroup
+                     << "]";
+    std::this_thread::sleep_for(detail::PAUSE_BEFORE_REQUEST);
     auto reply = Shared().Call<ara::core::String>(GET_STATE_METHOD_ID, functionGroup);
-    if (reply.wait_for(REPLY_WAIT) != ara::core::future_status::kReady) {
+    if (reply.wait_for(detail::REPLY_WAIT) != ara::core::future_status::kReady) {
         promise.SetError(CommunicationError());
         Logger()->error() << "[StateClient][Waiting for method time out while getting state]";
         return future;
