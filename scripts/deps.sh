@@ -7,7 +7,7 @@ ARA_EXEC_PACKAGES=(
     build-essential cmake ninja-build pkg-config git
     cyclonedds-dev cyclonedds-tools
     libdlt-dev dlt-daemon dlt-tools
-    rapidjson-dev zlib1g-dev
+    rapidjson-dev zlib1g-dev libssl-dev openssl
     libgtest-dev libgmock-dev libbenchmark-dev
     clang-14 libclang-rt-14-dev
     iproute2 util-linux

@@ -3,6 +3,7 @@
 #include "cyclone_log.h"
 
 #include <dds/dds.h>
+#include <openssl/crypto.h>
 
 #include <mutex>
 
@@ -48,9 +49,16 @@ void AppendToCapture(const std::string& text) {
     }
 }
 
-void RouteCycloneLog() {
+void PrepareProcessForCyclone() {
     static std::once_flag once;
-    std::call_once(once, [] { dds_set_log_sink(&Sink, nullptr); });
+    std::call_once(once, [] {
+        dds_set_log_sink(&Sink, nullptr);
+        // Domains live until the process ends, and with DDS Security Cyclone's threads call
+        // OpenSSL until then. OpenSSL's own exit handler would free its locks under them (a
+        // crash in Cyclone's "gc" thread at exit), so it is told not to install one. This has
+        // to come before anything else in the process initialises OpenSSL.
+        (void)OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+    });
 }
 
 CycloneLogCapture::CycloneLogCapture() : outer_(g_capture) {

@@ -8,8 +8,9 @@
 
 namespace kelp::driver::dds {
 
-/// Installs the process-wide Cyclone log sink (once; later calls do nothing).
-void RouteCycloneLog();
+/// Readies the process for Cyclone, once (later calls do nothing): installs the process-wide
+/// Cyclone log sink, and keeps OpenSSL's state alive until the process ends.
+void PrepareProcessForCyclone();
 
 /// Collects the Cyclone records logged on the current thread while it lives, so that a failed
 /// create call can name Cyclone's reason.

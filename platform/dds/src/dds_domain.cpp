@@ -44,7 +44,7 @@ Domain* Domain::Acquire(std::int16_t domainId,
         return it->second.get();
     }
 
-    RouteCycloneLog();
+    PrepareProcessForCyclone();
     const std::string config =
         DomainConfigFromEnvironment(network, participantLeaseMs, static_cast<std::uint32_t>(domainId));
     const CycloneLogCapture capture;

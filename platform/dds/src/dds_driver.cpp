@@ -131,7 +131,7 @@ bool DDSDriver::Init() {
     if (started) {
         return true;
     }
-    RouteCycloneLog();
+    PrepareProcessForCyclone();
     const std::string config = DomainConfigFromEnvironment(
         DefaultNetwork(), qos::DefaultRpcParticipantQos().GetParticipantLeaseMs(), PROBE_DOMAIN_ID);
     {
