@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "ara/quill/common/log/log.h"
+#include "cyclone_log.h"
 #include "domain_config.h"
 #include "kelp/brio/api/types/service_types.h"
 #include "kelp/brio/driver/driver.h"
@@ -136,6 +137,29 @@ TEST(DdsConfigTest, InitFailsWithCyclonesReasonForABrokenUri) {
             ::testing::ExitedWithCode(0),
             "")
             << (row.uri ? *row.uri : "unset");
+    }
+}
+
+// Cyclone's own texts for refused credentials, as its 0.10.2 plugins print them here.
+TEST(DdsConfigTest, SecurityRefusalsAreTranslatedAndOtherFailuresAreNot) {
+    const std::pair<std::string, std::string> rows[] = {
+        {"validating local permission: Certificate not valid: error: certificate has expired; subject: /CN=x",
+         "a certificate has expired (the identity's or its CA's)"},
+        {"Certificate not valid: error: unable to get local issuer certificate; subject: /CN=x",
+         "the identity certificate is not issued by the configured identity CA"},
+        {"validating local permissions: Permissions validity period expired for CN=x (expired: 2026-11-22T22:00:00)",
+         "the permissions grant has expired"},
+        {"validating local permissions: Subject name is invalid(code: 146)",
+         "the permissions grant is for another subject than the identity certificate"},
+        {"validating local permissions: Failed to parse PKCS7 SMIME document: Verify error: self-signed certificate",
+         "the governance or the permissions grant is not signed by the configured permissions CA"},
+        {"load_file_into_BIO: File could not be found, opened or is empty, path: /x.pem",
+         "a file named in the security configuration cannot be read"},
+        {"can't open configuration file file:///x.xml", ""},
+        {"unknown", ""},
+    };
+    for (const auto& [reason, diagnosis] : rows) {
+        EXPECT_EQ(kelp::driver::dds::SecurityDiagnosis(reason), diagnosis) << reason;
     }
 }
 

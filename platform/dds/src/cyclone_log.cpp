@@ -61,6 +61,47 @@ void PrepareProcessForCyclone() {
     });
 }
 
+bool LogIfSecurityRefused(const char* component,
+                          const char* entity,
+                          const std::string& topic,
+                          int domainId,
+                          int status) {
+    if (status != DDS_RETCODE_NOT_ALLOWED_BY_SECURITY) {
+        return false;
+    }
+    ara::quill::common::log::Log::GetLog("CM")->error()
+        << "[" << component << "][Security refused: the permissions of this participant do not allow the " << entity
+        << "; use an identity whose grant covers it][topic=" << topic << ", domain=" << domainId << ", code=" << status
+        << " (" << dds_strretcode(status) << ")]";
+    return true;
+}
+
+std::string SecurityDiagnosis(const std::string& reason) {
+    // Cyclone's texts, most specific first: the authentication plugin validates the identity
+    // certificate (which the permissions check reports too), the access control plugin the
+    // signed governance and grant.
+    static const struct {
+        const char* found;
+        const char* diagnosis;
+    } known[] = {
+        {"certificate has expired", "a certificate has expired (the identity's or its CA's)"},
+        {"certificate is not yet valid", "a certificate is not valid yet (is the clock behind?)"},
+        {"unable to get local issuer certificate", "the identity certificate is not issued by the configured identity CA"},
+        {"Permissions validity period expired", "the permissions grant has expired"},
+        {"validity period", "the permissions grant is not valid at this time"},
+        {"Subject name is invalid", "the permissions grant is for another subject than the identity certificate"},
+        {"PKCS7", "the governance or the permissions grant is not signed by the configured permissions CA"},
+        {"could not be found, opened or is empty", "a file named in the security configuration cannot be read"},
+        {"validating local", "DDS Security refused this participant's credentials"},
+    };
+    for (const auto& entry : known) {
+        if (reason.find(entry.found) != std::string::npos) {
+            return entry.diagnosis;
+        }
+    }
+    return {};
+}
+
 CycloneLogCapture::CycloneLogCapture() : outer_(g_capture) {
     g_capture = this;
 }

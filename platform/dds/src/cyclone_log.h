@@ -12,6 +12,20 @@ namespace kelp::driver::dds {
 /// Cyclone log sink, and keeps OpenSSL's state alive until the process ends.
 void PrepareProcessForCyclone();
 
+/// When `status` is DDS Security's refusal (the permissions of this participant do not grant
+/// `topic`), logs one error line that says so, naming the `entity` ("topic", "writer" or
+/// "reader") that Cyclone would not create, and returns true; otherwise logs nothing.
+bool LogIfSecurityRefused(const char* component,
+                          const char* entity,
+                          const std::string& topic,
+                          int domainId,
+                          int status);
+
+/// What Cyclone's `reason` for refusing to start a participant says about this process's DDS
+/// Security credentials, in words an integrator can act on ("the identity certificate has
+/// expired"); empty when the reason is not about them.
+std::string SecurityDiagnosis(const std::string& reason);
+
 /// Collects the Cyclone records logged on the current thread while it lives, so that a failed
 /// create call can name Cyclone's reason.
 class CycloneLogCapture {

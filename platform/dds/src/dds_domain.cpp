@@ -55,8 +55,15 @@ Domain* Domain::Acquire(std::int16_t domainId,
     }
     if (!participant.Valid()) {
         const DdsStatus& status = domain.Valid() ? participant.Status() : domain.Status();
-        logger->error() << "[DDSDriver][Cyclone DDS domain cannot start][domain=" << domainId << ", " << status.Text()
-                        << ", reason=" << capture.Reason() << "]";
+        const std::string diagnosis = SecurityDiagnosis(capture.Reason());
+        if (!diagnosis.empty()) {
+            logger->error() << "[DDSDriver][DDS Security refused to start this process's participant: " << diagnosis
+                            << "][domain=" << domainId << ", " << status.Text() << ", reason=" << capture.Reason()
+                            << "]";
+        } else {
+            logger->error() << "[DDSDriver][Cyclone DDS domain cannot start][domain=" << domainId << ", "
+                            << status.Text() << ", reason=" << capture.Reason() << "]";
+        }
         return nullptr;
     }
     logger->info() << "[DDSDriver][Domain started][domain=" << domainId << ", config=" << config << "]";

@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include "ara/quill/common/log/log.h"
+#include "cyclone_log.h"
 #include "method_endpoint.h"
 #include "service_directory.h"
 
@@ -81,9 +82,11 @@ bool DDSMethodHandler::Core::Open() {
         Entity(dds_create_topic(participant, &kelp_dds_MethodSample_desc, replyTopicName.c_str(), nullptr, nullptr));
     if (!requestTopic.Valid() || !replyTopic.Valid()) {
         const Entity& failed = requestTopic.Valid() ? replyTopic : requestTopic;
-        logger->error() << "[DDSMethodHandler][Topic cannot be created][topic="
-                        << (requestTopic.Valid() ? replyTopicName : requestTopicName) << ", " << failed.Status().Text()
-                        << "]";
+        const std::string& name = requestTopic.Valid() ? replyTopicName : requestTopicName;
+        if (!LogIfSecurityRefused("DDSMethodHandler", "topic", name, domain.Id(), failed.Status().Code())) {
+            logger->error() << "[DDSMethodHandler][Topic cannot be created][topic=" << name << ", "
+                            << failed.Status().Text() << "]";
+        }
         return false;
     }
     dds_topic_filter filter{};
@@ -109,8 +112,15 @@ bool DDSMethodHandler::Core::Open() {
                                   : !writer.Valid() ? writer.Status()
                                   : !reader.Valid() ? reader.Status()
                                                     : identified;
-        logger->error() << "[DDSMethodHandler][Endpoints cannot be created][topic=" << requestTopicName << ", "
-                        << failed.Text() << "]";
+        const bool refused = LogIfSecurityRefused("DDSMethodHandler",
+                                                  !writer.Valid() ? "writer" : "reader",
+                                                  !writer.Valid() ? requestTopicName : replyTopicName,
+                                                  domain.Id(),
+                                                  failed.Code());
+        if (!refused) {
+            logger->error() << "[DDSMethodHandler][Endpoints cannot be created][topic=" << requestTopicName << ", "
+                            << failed.Text() << "]";
+        }
         return false;
     }
     static_assert(sizeof(guid.v) == sizeof(types::ClientId), "a client id is a GUID");

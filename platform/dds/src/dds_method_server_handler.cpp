@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "ara/quill/common/log/log.h"
+#include "cyclone_log.h"
 #include "method_endpoint.h"
 
 namespace kelp::driver::dds {
@@ -74,10 +75,21 @@ bool DDSMethodServerHandler::Core::Open() {
         dds_lset_data_available(readerListener.Get(), &Core::OnRequest);
         reader = Entity(dds_create_reader(participant, requestTopic.Get(), readerQos.Get(), readerListener.Get()));
     }
-    for (const Entity* entity : {&requestTopic, &replyTopic, &writer, &reader}) {
-        if (!entity->Valid()) {
-            logger->error() << "[DDSMethodServerHandler][Endpoints cannot be created][topic=" << requestTopicName
-                            << ", " << entity->Status().Text() << "]";
+    const struct {
+        const Entity& entity;
+        const char* kind;
+        const std::string& topic;
+    } created[] = {{requestTopic, "topic", requestTopicName},
+                   {replyTopic, "topic", replyTopicName},
+                   {writer, "writer", replyTopicName},
+                   {reader, "reader", requestTopicName}};
+    for (const auto& made : created) {
+        if (!made.entity.Valid()) {
+            if (!LogIfSecurityRefused(
+                    "DDSMethodServerHandler", made.kind, made.topic, domain.Id(), made.entity.Status().Code())) {
+                logger->error() << "[DDSMethodServerHandler][Endpoints cannot be created][topic=" << requestTopicName
+                                << ", " << made.entity.Status().Text() << "]";
+            }
             return false;
         }
     }

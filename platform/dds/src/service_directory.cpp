@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "ara/quill/common/log/log.h"
+#include "cyclone_log.h"
 #include "dds_domain.h"
 #include "wire_types.h"
 
@@ -40,7 +41,8 @@ bool ServiceDirectory::EnsureTopic() {
     if (!topic_.Valid()) {
         topic_ =
             Entity(dds_create_topic(domain_.Participant(), &kelp_dds_ServiceOffer_desc, OFFER_TOPIC, nullptr, nullptr));
-        if (!topic_.Valid()) {
+        if (!topic_.Valid() &&
+            !LogIfSecurityRefused("DDSServiceDiscovery", "topic", OFFER_TOPIC, domain_.Id(), topic_.Status().Code())) {
             ara::quill::common::log::Log::GetLog("CM")->error()
                 << "[DDSServiceDiscovery][Offer topic cannot be created][domain=" << domain_.Id() << ", "
                 << topic_.Status().Text() << "]";
@@ -58,7 +60,8 @@ bool ServiceDirectory::Offer(std::uint16_t serviceId, const std::string& instanc
             const Qos qos;
             SetOfferQos(qos, livelinessLeaseMs, true);
             writer_ = Entity(dds_create_writer(domain_.Participant(), topic_.Get(), qos.Get(), nullptr));
-            if (!writer_.Valid()) {
+            if (!writer_.Valid() && !LogIfSecurityRefused(
+                                        "DDSServiceDiscovery", "writer", OFFER_TOPIC, domain_.Id(), writer_.Status().Code())) {
                 logger->error() << "[DDSServiceDiscovery][Offer writer cannot be created][domain=" << domain_.Id()
                                 << ", " << writer_.Status().Text() << "]";
             }
@@ -121,7 +124,8 @@ bool ServiceDirectory::StartFind(std::uint32_t id,
             const Listener listener(this);
             dds_lset_data_available(listener.Get(), &ServiceDirectory::OnOfferData);
             reader_ = Entity(dds_create_reader(domain_.Participant(), topic_.Get(), qos.Get(), listener.Get()));
-            if (!reader_.Valid()) {
+            if (!reader_.Valid() && !LogIfSecurityRefused(
+                                        "DDSServiceDiscovery", "reader", OFFER_TOPIC, domain_.Id(), reader_.Status().Code())) {
                 ara::quill::common::log::Log::GetLog("CM")->error()
                     << "[DDSServiceDiscovery][Offer reader cannot be created][domain=" << domain_.Id() << ", "
                     << reader_.Status().Text() << "]";

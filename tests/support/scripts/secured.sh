@@ -1,0 +1,99 @@
+#!/usr/bin/env bash
+# Caller authorisation with DDS Security on loopback: a PKI from ara-exec-pki, emd with its own
+# identity supervising a TEST_APP that reports with the application identity, and emctl as
+# each of the other identities. The state manager may change states and the health manager
+# may list processes; the application identity's state and recovery calls fail cleanly with
+# a line naming the refusal, and emd sees nothing of them. Credentials that cannot be trusted
+# (a grant signed by another permissions CA, an expired certificate) stop the participant
+# with a line that says why.
+#
+#   secured.sh EMD EMCTL TEST_APP ARA_EXEC_PKI
+set -uo pipefail
+if [ $# -ne 4 ]; then
+    echo "usage: $0 EMD EMCTL TEST_APP ARA_EXEC_PKI" >&2
+    exit 2
+fi
+emd="$1" emctl="$2" app="$(realpath "$3")" pki_tool="$4"
+work="$(mktemp -d)"
+owned=()
+cleanup() {
+    for pid in "${owned[@]}"; do kill -KILL "$pid" 2>/dev/null; done
+    wait 2>/dev/null
+    rm -rf "$work"
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+fail() { echo "secured: $*" >&2; [ -f "$work/emd.log" ] && tail -n 20 "$work/emd.log" >&2; exit 1; }
+
+export NET='<General><Interfaces><NetworkInterface address="127.0.0.1" multicast="true"/></Interfaces></General>'
+export KELP_DDS_CONFIG="<Discovery><Tag>secured-$$-$RANDOM</Tag></Discovery>"
+pki="$work/pki"
+"$pki_tool" -o "$pki" > /dev/null || fail "ara-exec-pki failed"
+for key in "$pki"/*.key; do
+    [ "$(stat -c %a "$key")" = 600 ] || fail "$key is not mode 0600"
+done
+
+entry() { echo "{\"key\": \"$1\", \"value\": $2}"; }
+manifest="$work/manifest.json"
+entry manifest "[$(entry functionGroups "[
+    $(entry MachineFG "[$(entry states '["Running"]'), $(entry initialState '"Running"')]"),
+    $(entry Demo "[$(entry states '["Off", "On"]'), $(entry initialState '"Off"')]")]"),
+  $(entry processes "[$(entry worker "[$(entry executable "\"$app\""), $(entry arguments '["worker", "run"]'),
+    $(entry environment "[\"CYCLONEDDS_URI=\${NET},file://$pki/applications.xml\"]"),
+    $(entry functionGroup '"Demo"'), $(entry states '["On"]')]")]")]" > "$manifest"
+
+mkfifo "$work/ready"
+CYCLONEDDS_URI="$NET,file://$pki/emd.xml" setpriv --pdeathsig KILL "$emd" --manifest "$manifest" --log console \
+    --ready-fd 3 3> "$work/ready" >> "$work/emd.log" 2>&1 &
+owned+=($!)
+[ "$(timeout 30 head -n 1 "$work/ready")" = ready ] || fail "emd did not become ready"
+
+# as IDENTITY_CONFIG emctl ARGS...: emctl with that identity; the library's log on stderr.
+as() {
+    local config="$1"
+    shift
+    CYCLONEDDS_URI="$NET,file://$config" ARA_LOG_SINK=console setpriv --pdeathsig KILL "$emctl" --timeout 20 "$@"
+}
+as "$pki/state_manager.xml" wait-ready > /dev/null 2>&1 || fail "the state manager cannot reach emd"
+as "$pki/state_manager.xml" state set Demo On > /dev/null 2>&1 || fail "the state manager's SetState failed"
+as "$pki/health_manager.xml" ps 2> /dev/null | grep -q '^worker  *Demo  *Running' ||
+    fail "the health manager does not see worker running (so the application identity could not report either)"
+pid="$(as "$pki/health_manager.xml" ps 2> /dev/null | awk '$1 == "worker" {print $4}')"
+
+# The application identity may report, but not change states or restart processes.
+lines_before="$(wc -l < "$work/emd.log")"
+refused() {
+    local topic="$1"
+    shift
+    as "$pki/applications.xml" "$@" > /dev/null 2> "$work/refused.log"
+    local status=$?
+    [ "$status" = 3 ] || fail "emctl $* as the application ended with $status, not 3 (unreachable)"
+    grep -q "\[Security refused: the permissions of this participant do not allow the topic.*topic=$topic" \
+        "$work/refused.log" || { cat "$work/refused.log" >&2; fail "emctl $* as the application: no refusal line"; }
+}
+refused EM_RPC_REQUEST_STATE_MANAGER_ state set Demo Off
+refused EM_RPC_REQUEST_PLATFORM_HEALTH_MANAGER_ restart worker
+[ "$(as "$pki/state_manager.xml" state get Demo 2> /dev/null)" = On ] || fail "Demo left On after refused calls"
+[ "$(as "$pki/health_manager.xml" ps 2> /dev/null | awk '$1 == "worker" {print $4}')" = "$pid" ] ||
+    fail "worker was restarted by a refused call"
+tail -n +"$((lines_before + 1))" "$work/emd.log" | grep -E "Transition begins|Stopping|Restart" &&
+    fail "emd acted on a refused call"
+
+# Credentials that cannot be trusted: the participant never starts, and the log says why.
+untrusted() {
+    local config="$1" expected="$2"
+    as "$config" state get Demo > /dev/null 2> "$work/untrusted.log"
+    local status=$?
+    [ "$status" = 3 ] || fail "emctl with $(basename "$config") ended with $status, not 3"
+    grep -q "DDS Security refused to start this process's participant: $expected" "$work/untrusted.log" ||
+        { cat "$work/untrusted.log" >&2; fail "no line saying '$expected'"; }
+}
+"$pki_tool" -o "$work/other" > /dev/null || fail "ara-exec-pki (a second PKI) failed"
+sed "s|file:$pki/state_manager.permissions.p7s|file:$work/other/state_manager.permissions.p7s|" \
+    "$pki/state_manager.xml" > "$work/foreign_grant.xml"
+untrusted "$work/foreign_grant.xml" "the governance or the permissions grant is not signed by the configured permissions CA"
+echo "late_manager state-manager" > "$work/late.table"
+"$pki_tool" -o "$pki" --days 0 "$work/late.table" > /dev/null || fail "ara-exec-pki --days 0 failed"
+sleep 1.1  # valid until the second it was made
+untrusted "$pki/late_manager.xml" "a certificate has expired"
+echo "secured: passed"
