@@ -104,5 +104,36 @@ echo "nothing left running"
 step "what emd logged"
 grep -E '\[Supervisor\]\[(Transition (begins|completed|ended)|Launched|Reported|Process exited|Stopping|Restart)' "$log" |
     sed -e 's/^[^ ]* //' || true
+
+# The same machine with DDS Security, set up as README's "Securing Execution Management" says:
+# emd, the state manager, the health manager and the applications each with an identity.
+step "DDS Security: ara-exec-pki makes the CAs, identities and grants"
+export ARA_EXEC_PKI="$build/pki"
+export NET='<General><Interfaces><NetworkInterface address="127.0.0.1" multicast="true"/></Interfaces></General>'
+export ARA_EXEC_APP_URI="$NET,file://$ARA_EXEC_PKI/applications.xml"
+rm -rf "$ARA_EXEC_PKI"
+"$bin/ara-exec-pki" -o "$ARA_EXEC_PKI"
+as() { local who="$1"; shift; CYCLONEDDS_URI="$NET,file://$ARA_EXEC_PKI/$who.xml" "$bin/emctl" "$@"; }
+
+step "emd as identity emd on secured_manifest.json; the state manager sets Demo On"
+CYCLONEDDS_URI="$NET,file://$ARA_EXEC_PKI/emd.xml" "$bin/emd" --manifest "$prefix/share/ara_exec/secured_manifest.json" \
+    > "$log.secured" 2>&1 &
+emd_pid=$!
+trap 'kill -KILL "$emd_pid" 2>/dev/null || true' EXIT
+as state_manager wait-ready --timeout 30 || fail "the state manager cannot reach emd"
+as state_manager state set Demo On || fail "state set Demo On as the state manager"
+as health_manager ps || fail "ps as the health manager"
+expect_children "counter greeter logger "
+
+step "an application may not change states: refused before anything is sent"
+status=0
+ARA_LOG_SINK=console as applications state set Demo Off 2> "$build/refused.log" || status=$?
+grep -m1 'Security refused' "$build/refused.log" | sed -e 's/^[^ ]* //' || fail "no refusal line"
+[ "$status" -eq 3 ] || fail "the application's state set ended with $status, not 3"
+expect_children "counter greeter logger "
+kill -TERM "$emd_pid"
+wait "$emd_pid" || fail "secured emd exited with $?"
+trap - EXIT
+
 echo
 echo "demo passed"

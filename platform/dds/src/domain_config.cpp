@@ -82,6 +82,9 @@ std::string DomainConfigFromEnvironment(const std::pair<std::string, bool>& netw
         if (expanded) {
             uri = std::string(expanded.get());
         }
+        if (uri->empty()) {
+            uri.reset();  // "${UNSET}" means no configuration of its own, not Cyclone's defaults
+        }
     }
     return BuildDomainConfig(uri, network, participantLeaseMs, Environment("KELP_DDS_CONFIG"));
 }

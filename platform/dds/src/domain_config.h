@@ -34,7 +34,7 @@ std::string BuildDomainConfig(const std::optional<std::string>& cycloneUri,
                               const std::optional<std::string>& extraConfig);
 
 /// BuildDomainConfig with CYCLONEDDS_URI (expanded for `domainId`) and KELP_DDS_CONFIG read
-/// from the environment; an empty variable counts as unset.
+/// from the environment; a variable that is empty, or that expands to nothing, counts as unset.
 std::string DomainConfigFromEnvironment(const std::pair<std::string, bool>& network,
                                         std::uint32_t participantLeaseMs,
                                         std::uint32_t domainId);
