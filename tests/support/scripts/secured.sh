@@ -14,16 +14,8 @@ if [ $# -ne 4 ]; then
     exit 2
 fi
 emd="$1" emctl="$2" app="$(realpath "$3")" pki_tool="$4"
-work="$(mktemp -d)"
-owned=()
-cleanup() {
-    for pid in "${owned[@]}"; do kill -KILL "$pid" 2>/dev/null; done
-    wait 2>/dev/null
-    rm -rf "$work"
-}
-trap cleanup EXIT
-trap 'exit 130' INT TERM
-fail() { echo "secured: $*" >&2; [ -f "$work/emd.log" ] && tail -n 20 "$work/emd.log" >&2; exit 1; }
+script_name=secured
+source "$(dirname "${BASH_SOURCE[0]}")/script_support.sh"
 
 export NET='<General><Interfaces><NetworkInterface address="127.0.0.1" multicast="true"/></Interfaces></General>'
 export KELP_DDS_CONFIG="<Discovery><Tag>secured-$$-$RANDOM</Tag></Discovery>"
@@ -33,7 +25,6 @@ for key in "$pki"/*.key; do
     [ "$(stat -c %a "$key")" = 600 ] || fail "$key is not mode 0600"
 done
 
-entry() { echo "{\"key\": \"$1\", \"value\": $2}"; }
 manifest="$work/manifest.json"
 entry manifest "[$(entry functionGroups "[
     $(entry MachineFG "[$(entry states '["Running"]'), $(entry initialState '"Running"')]"),

@@ -17,16 +17,8 @@ if [ $# -ne 4 ] || { [ "$1" != multicast ] && [ "$1" != unicast ]; }; then
     exit 2
 fi
 mode="$1" emd="$2" emctl="$3" app="$(realpath "$4")"
-work="$(mktemp -d)"
-owned=()
-cleanup() {
-    for pid in "${owned[@]}"; do kill -KILL "$pid" 2>/dev/null; done
-    wait 2>/dev/null
-    rm -rf "$work"
-}
-trap cleanup EXIT
-trap 'exit 130' INT TERM
-fail() { echo "two hosts ($mode): $*" >&2; [ -f "$work/emd.log" ] && tail -n 20 "$work/emd.log" >&2; exit 1; }
+script_name="two hosts ($mode)"
+source "$(dirname "${BASH_SOURCE[0]}")/script_support.sh"
 
 if ! unshare -n true 2>/dev/null || ! command -v ip > /dev/null; then
     if [ "${ARA_EXEC_REQUIRE_NAMESPACES:-0}" = 1 ]; then
@@ -65,7 +57,6 @@ uri() {
 }
 
 # Demo On runs a and b; in Demo Slow, slow never reports, so a transition to it stays pending.
-entry() { echo "{\"key\": \"$1\", \"value\": $2}"; }
 process() {
     entry "$1" "[$(entry executable "\"$app\""), $(entry arguments "[\"$1\", \"$2\"]"),
         $(entry functionGroup '"Demo"'), $(entry states "[\"$3\"]"), $(entry startupTimeoutMs 60000)]"
