@@ -42,7 +42,11 @@ struct Options {
 
 /// One line on standard error, and the exit code that goes with it.
 int Fail(int code, const std::string& what, const std::string& why) {
-    std::cerr << "emctl: " << what << ": " << why << "\n";
+    // Why EM is out of reach (no daemon, a refused identity, a bad configuration) is in the
+    // library's log lines, which are off unless asked for.
+    const char* sink = std::getenv("ARA_LOG_SINK");
+    const bool quiet = code == kUnreachable && sink != nullptr && std::string(sink) == "none";
+    std::cerr << "emctl: " << what << ": " << why << (quiet ? " (ARA_LOG_SINK=console shows why)" : "") << "\n";
     return code;
 }
 

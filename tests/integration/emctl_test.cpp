@@ -91,7 +91,7 @@ TEST(EmctlTest, EveryVerbAgainstEmd) {
     for (const std::string args : {"state get MachineFG", "ps"}) {
         const Outcome run = Emctl(args, tag + "-nobody");
         EXPECT_EQ(run.code, 3) << args;
-        EXPECT_EQ(run.err, "emctl: " + args + ": Communication error occurred");
+        EXPECT_EQ(run.err, "emctl: " + args + ": Communication error occurred (ARA_LOG_SINK=console shows why)");
     }
     emd.Kill(SIGTERM);
     EXPECT_EQ(emd.Wait(), 0);
