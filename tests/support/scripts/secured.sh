@@ -3,7 +3,8 @@
 # identity supervising a TEST_APP that reports with the application identity, and emctl as
 # each of the other identities. The state manager may change states and the health manager
 # may list processes; the application identity's state and recovery calls fail cleanly with
-# a line naming the refusal, and emd sees nothing of them. Credentials that cannot be trusted
+# a line naming the refusal, callers without an identity of this PKI never reach emd, and emd
+# sees nothing of any of them. Credentials that cannot be trusted
 # (a grant signed by another permissions CA, an expired certificate) stop the participant
 # with a line that says why.
 #
@@ -64,6 +65,13 @@ refused() {
 }
 refused EM_RPC_REQUEST_STATE_MANAGER_ state set Demo Off
 refused EM_RPC_REQUEST_PLATFORM_HEALTH_MANAGER_ restart worker
+# Callers outside this PKI never even match emd: one without security, one of another PKI.
+"$pki_tool" -o "$work/other" > /dev/null || fail "ara-exec-pki (a second PKI) failed"
+for outsider in "" ",file://$work/other/state_manager.xml"; do
+    CYCLONEDDS_URI="$NET$outsider" setpriv --pdeathsig KILL "$emctl" --timeout 20 state set Demo Off > /dev/null 2>&1
+    status=$?
+    [ "$status" = 3 ] || fail "an outsider's state set (CYCLONEDDS_URI=\$NET$outsider) ended with $status, not 3"
+done
 [ "$(as "$pki/state_manager.xml" state get Demo 2> /dev/null)" = On ] || fail "Demo left On after refused calls"
 [ "$(as "$pki/health_manager.xml" ps 2> /dev/null | awk '$1 == "worker" {print $4}')" = "$pid" ] ||
     fail "worker was restarted by a refused call"
@@ -79,7 +87,6 @@ untrusted() {
     grep -q "DDS Security refused to start this process's participant: $expected" "$work/untrusted.log" ||
         { cat "$work/untrusted.log" >&2; fail "no line saying '$expected'"; }
 }
-"$pki_tool" -o "$work/other" > /dev/null || fail "ara-exec-pki (a second PKI) failed"
 sed "s|file:$pki/state_manager.permissions.p7s|file:$work/other/state_manager.permissions.p7s|" \
     "$pki/state_manager.xml" > "$work/foreign_grant.xml"
 untrusted "$work/foreign_grant.xml" "the governance or the permissions grant is not signed by the configured permissions CA"
