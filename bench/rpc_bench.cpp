@@ -129,7 +129,6 @@ double Field(const std::string& line, const std::string& label) {
     return at == std::string::npos ? 0.0 : std::atof(line.c_str() + at + label.size());
 }
 
-
 /// A server process: this program again, in server mode, with `uri` as its configuration.
 struct Server {
     pid_t pid{-1};
@@ -207,8 +206,8 @@ bool MeasureLatency(tarn::em::util::RpcClient& client, int calls, const String& 
 
 /// The three deployments compared by --security: each runs a server and a client process of
 /// its own (a process's DDS configuration is fixed at its first use).
-int CompareSecurity(const char* self, const std::string& pkiTool, const std::string& uri, int calls,
-                    std::size_t payloadSize) {
+int CompareSecurity(
+    const char* self, const std::string& pkiTool, const std::string& uri, int calls, std::size_t payloadSize) {
     char pattern[] = "/tmp/rpc-bench-pki-XXXXXX";
     if (mkdtemp(pattern) == nullptr) {
         return 1;
@@ -241,11 +240,11 @@ int CompareSecurity(const char* self, const std::string& pkiTool, const std::str
                   "r"),
             pclose);
         Latency latency;
-        const bool measured = client && std::fscanf(client.get(), "%lf %lf %lf", &latency.foundMs, &latency.median,
-                                                    &latency.p99) == 3;
+        const bool measured =
+            client && std::fscanf(client.get(), "%lf %lf %lf", &latency.foundMs, &latency.median, &latency.p99) == 3;
         client.reset();
         server.Stop();
-        const char* name = !secured ? "no security"
+        const char* name = !secured                           ? "no security"
                            : std::string(variant) == "signed" ? "authentication + access control (signed)"
                                                               : "authentication + access control + encryption";
         if (measured) {
@@ -292,8 +291,10 @@ int main(int argc, char** argv) {
         }
     }
     const std::string tag = "rpc-bench-" + std::to_string(getpid());
-    const std::string uri = "<General><Interfaces><NetworkInterface address=\"127.0.0.1\" multicast=\"true\"/>"
-                            "</Interfaces></General><Discovery><Tag>" + tag + "</Tag></Discovery>";
+    const std::string uri =
+        "<General><Interfaces><NetworkInterface address=\"127.0.0.1\" multicast=\"true\"/>"
+        "</Interfaces></General><Discovery><Tag>" +
+        tag + "</Tag></Discovery>";
     setenv("ARA_LOG_LEVEL", "error", 0);
     if (!pkiTool.empty()) {
         return CompareSecurity(argv[0], pkiTool, uri, calls, payloadSize);

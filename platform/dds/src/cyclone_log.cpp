@@ -61,11 +61,8 @@ void PrepareProcessForCyclone() {
     });
 }
 
-bool LogIfSecurityRefused(const char* component,
-                          const char* entity,
-                          const std::string& topic,
-                          int domainId,
-                          int status) {
+bool LogIfSecurityRefused(
+    const char* component, const char* entity, const std::string& topic, int domainId, int status) {
     if (status != DDS_RETCODE_NOT_ALLOWED_BY_SECURITY) {
         return false;
     }
@@ -86,7 +83,8 @@ std::string SecurityDiagnosis(const std::string& reason) {
     } known[] = {
         {"certificate has expired", "a certificate has expired (the identity's or its CA's)"},
         {"certificate is not yet valid", "a certificate is not valid yet (is the clock behind?)"},
-        {"unable to get local issuer certificate", "the identity certificate is not issued by the configured identity CA"},
+        {"unable to get local issuer certificate",
+         "the identity certificate is not issued by the configured identity CA"},
         {"Permissions validity period expired", "the permissions grant has expired"},
         {"validity period", "the permissions grant is not valid at this time"},
         {"Subject name is invalid", "the permissions grant is for another subject than the identity certificate"},

@@ -15,11 +15,8 @@ void PrepareProcessForCyclone();
 /// When `status` is DDS Security's refusal (the permissions of this participant do not grant
 /// `topic`), logs one error line that says so, naming the `entity` ("topic", "writer" or
 /// "reader") that Cyclone would not create, and returns true; otherwise logs nothing.
-bool LogIfSecurityRefused(const char* component,
-                          const char* entity,
-                          const std::string& topic,
-                          int domainId,
-                          int status);
+bool LogIfSecurityRefused(
+    const char* component, const char* entity, const std::string& topic, int domainId, int status);
 
 /// What Cyclone's `reason` for refusing to start a participant says about this process's DDS
 /// Security credentials, in words an integrator can act on ("the identity certificate has

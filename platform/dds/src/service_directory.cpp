@@ -60,8 +60,9 @@ bool ServiceDirectory::Offer(std::uint16_t serviceId, const std::string& instanc
             const Qos qos;
             SetOfferQos(qos, livelinessLeaseMs, true);
             writer_ = Entity(dds_create_writer(domain_.Participant(), topic_.Get(), qos.Get(), nullptr));
-            if (!writer_.Valid() && !LogIfSecurityRefused(
-                                        "DDSServiceDiscovery", "writer", OFFER_TOPIC, domain_.Id(), writer_.Status().Code())) {
+            if (!writer_.Valid() &&
+                !LogIfSecurityRefused(
+                    "DDSServiceDiscovery", "writer", OFFER_TOPIC, domain_.Id(), writer_.Status().Code())) {
                 logger->error() << "[DDSServiceDiscovery][Offer writer cannot be created][domain=" << domain_.Id()
                                 << ", " << writer_.Status().Text() << "]";
             }
@@ -124,8 +125,9 @@ bool ServiceDirectory::StartFind(std::uint32_t id,
             const Listener listener(this);
             dds_lset_data_available(listener.Get(), &ServiceDirectory::OnOfferData);
             reader_ = Entity(dds_create_reader(domain_.Participant(), topic_.Get(), qos.Get(), listener.Get()));
-            if (!reader_.Valid() && !LogIfSecurityRefused(
-                                        "DDSServiceDiscovery", "reader", OFFER_TOPIC, domain_.Id(), reader_.Status().Code())) {
+            if (!reader_.Valid() &&
+                !LogIfSecurityRefused(
+                    "DDSServiceDiscovery", "reader", OFFER_TOPIC, domain_.Id(), reader_.Status().Code())) {
                 ara::quill::common::log::Log::GetLog("CM")->error()
                     << "[DDSServiceDiscovery][Offer reader cannot be created][domain=" << domain_.Id() << ", "
                     << reader_.Status().Text() << "]";
