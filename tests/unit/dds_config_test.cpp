@@ -97,10 +97,13 @@ TEST(DdsConfigTest, EnvironmentIsExpandedForTheDomainAndEmptyMeansUnset) {
         EXPECT_EQ(kelp::driver::dds::DomainConfigFromEnvironment({"127.0.0.1", true}, 1000U, 7U),
                   LEASE + "<Discovery><Tag>x-7</Tag></Discovery>");
     }
-    const ScopedEnv uri("CYCLONEDDS_URI", std::string(""));
     const ScopedEnv kelp("KELP_DDS_CONFIG", TAG);
-    EXPECT_EQ(kelp::driver::dds::DomainConfigFromEnvironment({"127.0.0.1", true}, 1000U, 7U),
-              LEASE + LOOPBACK + "," + TAG);
+    for (const char* nothing : {"", "${DDS_CONFIG_TEST_UNSET}"}) {
+        const ScopedEnv uri("CYCLONEDDS_URI", std::string(nothing));
+        EXPECT_EQ(kelp::driver::dds::DomainConfigFromEnvironment({"127.0.0.1", true}, 1000U, 7U),
+                  LEASE + LOOPBACK + "," + TAG)
+            << nothing;
+    }
 }
 
 // Each row in a process of its own: Init succeeds once per process.
