@@ -7,24 +7,31 @@
 # processes this script owns, and each of those dies with the script (its death signal), so
 # even a SIGKILL of the script leaves nothing behind.
 #
-#   two_hosts.sh multicast|unicast EMD EMCTL TEST_APP
+#   two_hosts.sh multicast|unicast EMD EMCTL TEST_APP [ARA_EXEC_PKI]
+#
+# With ARA_EXEC_PKI every process has a DDS Security identity from a PKI it makes: emd its
+# own, the test apps the application's, and emctl one with the state and health manager roles.
 #
 # Exits 0 when every check passed, 1 when one failed, and 77 (skipped) when this machine does
 # not let us create a network namespace, unless ARA_EXEC_REQUIRE_NAMESPACES=1 asks for them.
 set -uo pipefail
-if [ $# -ne 4 ] || { [ "$1" != multicast ] && [ "$1" != unicast ]; }; then
-    echo "usage: $0 multicast|unicast EMD EMCTL TEST_APP" >&2
+if [ $# -lt 4 ] || [ $# -gt 5 ] || { [ "$1" != multicast ] && [ "$1" != unicast ]; }; then
+    echo "usage: $0 multicast|unicast EMD EMCTL TEST_APP [ARA_EXEC_PKI]" >&2
     exit 2
 fi
-mode="$1" emd="$2" emctl="$3" app="$(realpath "$4")"
-script_name="two hosts ($mode)"
+mode="$1" emd="$2" emctl="$3" app="$(realpath "$4")" pki_tool="${5:-}"
+script_name="two hosts ($mode${pki_tool:+, secured})"
 source "$(dirname "${BASH_SOURCE[0]}")/script_support.sh"
+if [ -n "$pki_tool" ]; then
+    printf 'emd emd\noperator state-manager health-manager\napplications application\n' > "$work/identities"
+    "$pki_tool" -o "$work/pki" "$work/identities" > /dev/null || fail "ara-exec-pki failed"
+fi
 
 if ! unshare -n true 2>/dev/null || ! command -v ip > /dev/null; then
     if [ "${ARA_EXEC_REQUIRE_NAMESPACES:-0}" = 1 ]; then
         fail "cannot create a network namespace here, and ARA_EXEC_REQUIRE_NAMESPACES=1"
     fi
-    echo "two hosts ($mode): skipped, network namespaces are not permitted here" >&2
+    echo "$script_name: skipped, network namespaces are not permitted here" >&2
     exit 77
 fi
 
@@ -44,21 +51,26 @@ on "$host_a" ip addr add 10.77.0.1/24 dev veth-a && on "$host_a" ip link set vet
     on "$host_a" ip link set lo up && on "$host_b" ip addr add 10.77.0.2/24 dev veth-b &&
     on "$host_b" ip link set veth-b up && on "$host_b" ip link set lo up || fail "cannot configure the hosts"
 
-# The DDS configuration of a host: its interface by name, a 1 s lease (added by the library),
-# and without multicast the peers of both hosts.
+# The DDS configuration of a host (interface $1) for identity $2: the interface by name, a 1 s
+# lease (added by the library), without multicast the peers of both hosts, and when secured
+# the identity's security part.
 uri() {
     if [ "$mode" = multicast ]; then
-        echo "<General><Interfaces><NetworkInterface name=\"$1\" multicast=\"true\"/></Interfaces></General>"
+        printf '%s' "<General><Interfaces><NetworkInterface name=\"$1\" multicast=\"true\"/></Interfaces></General>"
     else
-        echo "<General><Interfaces><NetworkInterface name=\"$1\"/></Interfaces><AllowMulticast>false</AllowMulticast>" \
-            "</General><Discovery><ParticipantIndex>auto</ParticipantIndex><Peers><Peer address=\"10.77.0.1\"/>" \
-            "<Peer address=\"10.77.0.2\"/></Peers></Discovery>"
+        printf '%s' "<General><Interfaces><NetworkInterface name=\"$1\"/></Interfaces><AllowMulticast>false" \
+            "</AllowMulticast></General><Discovery><ParticipantIndex>auto</ParticipantIndex><Peers>" \
+            "<Peer address=\"10.77.0.1\"/><Peer address=\"10.77.0.2\"/></Peers></Discovery>"
     fi
+    [ -z "$pki_tool" ] || printf ',file://%s' "$work/pki/$2.xml"
+    echo
 }
 
 # Demo On runs a and b; in Demo Slow, slow never reports, so a transition to it stays pending.
+# Their DDS configuration comes from APP_URI in emd's environment.
 process() {
     entry "$1" "[$(entry executable "\"$app\""), $(entry arguments "[\"$1\", \"$2\"]"),
+        $(entry environment '["CYCLONEDDS_URI=${APP_URI}"]'),
         $(entry functionGroup '"Demo"'), $(entry states "[\"$3\"]"), $(entry startupTimeoutMs 60000)]"
 }
 manifest="$work/manifest.json"
@@ -69,17 +81,17 @@ entry manifest "[$(entry functionGroups "[
 
 mkfifo "$work/ready"
 start_emd() {
-    CYCLONEDDS_URI="$(uri veth-a)" setpriv --pdeathsig KILL nsenter -t "$host_a" -n "$emd" --manifest "$manifest" \
+    CYCLONEDDS_URI="$(uri veth-a emd)" APP_URI="$(uri veth-a applications)" setpriv --pdeathsig KILL nsenter -t "$host_a" -n "$emd" --manifest "$manifest" \
         --log console --ready-fd 3 3> "$work/ready" >> "$work/emd.log" 2>&1 &
     emd_pid=$!
     owned+=("$emd_pid")
     [ "$(timeout 30 head -n 1 "$work/ready")" = ready ] || fail "emd on host A did not become ready"
 }
-ctl() { CYCLONEDDS_URI="$(uri veth-b)" setpriv --pdeathsig KILL nsenter -t "$host_b" -n "$emctl" --timeout 30 "$@"; }
+ctl() { CYCLONEDDS_URI="$(uri veth-b operator)" setpriv --pdeathsig KILL nsenter -t "$host_b" -n "$emctl" --timeout 30 "$@"; }
 # Starts `emctl state set Demo Slow` in the background; pending_done waits for it and checks
 # that it failed as unreachable (3) within the 1 s lease plus a margin for a loaded machine.
 pending_start() {
-    CYCLONEDDS_URI="$(uri veth-b)" setpriv --pdeathsig KILL nsenter -t "$host_b" -n "$emctl" --timeout 30 \
+    CYCLONEDDS_URI="$(uri veth-b operator)" setpriv --pdeathsig KILL nsenter -t "$host_b" -n "$emctl" --timeout 30 \
         state set Demo Slow > /dev/null 2>&1 &
     pending=$!
     owned+=("$pending")
@@ -91,12 +103,13 @@ pending_done() {
     wait "$pending"
     status=$?
     elapsed=$(( ($(date +%s%N) - since) / 1000000 ))
-    echo "two hosts ($mode): pending call ended after $1 with $status in ${elapsed} ms"
+    echo "$script_name: pending call ended after $1 with $status in ${elapsed} ms"
     [ "$status" = 3 ] || fail "the pending call ended with $status after $1, not 3 (unreachable)"
     [ "$elapsed" -lt 3000 ] || fail "the pending call took ${elapsed} ms to fail after $1"
 }
 
 start_emd
+[ -z "$pki_tool" ] || grep -q 'Domain started.*pki/emd.xml' "$work/emd.log" || fail "emd started without its identity"
 ctl wait-ready > /dev/null || fail "emctl wait-ready from host B"
 ctl state set Demo On > /dev/null || fail "state set Demo On from host B"
 running="$(ctl ps | awk '$3 == "Running"' | wc -l)"
@@ -116,4 +129,4 @@ ctl state get Demo > /dev/null || fail "no call succeeds after host A's link cam
 pending_start
 { kill -KILL "$emd_pid" && wait "$emd_pid"; } 2> /dev/null
 pending_done "emd was killed"
-echo "two hosts ($mode): passed"
+echo "$script_name: passed"
