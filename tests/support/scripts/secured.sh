@@ -25,6 +25,10 @@ pki="$work/pki"
 for key in "$pki"/*.key; do
     [ "$(stat -c %a "$key")" = 600 ] || fail "$key is not mode 0600"
 done
+for cert in "$pki"/*.pem; do
+    since="$(date -d "$(openssl x509 -in "$cert" -noout -startdate | cut -d= -f2)" +%s)"
+    [ $(($(date +%s) - since)) -ge 86000 ] || fail "$cert is not valid from a day ago"
+done
 
 manifest="$work/manifest.json"
 entry manifest "[$(entry functionGroups "[
