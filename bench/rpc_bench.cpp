@@ -27,6 +27,7 @@
 #include <thread>
 #include <vector>
 
+#include "service_address.h"
 #include "tarn/em/util/rpc_client.h"
 #include "tarn/em/util/rpc_server.h"
 
@@ -37,14 +38,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr unsigned int METHOD_ID = 6U;
 
-template <typename Endpoint>
-void Configure(Endpoint& endpoint) {
-    endpoint.SetDomainId(4);
-    endpoint.SetServiceId(57361U);
-    endpoint.SetInstanceId("1");
-    endpoint.SetRequestTopicName("EM_RPC_REQUEST_STATE_MANAGER");
-    endpoint.SetReplyTopicName("EM_RPC_REPLY_STATE_MANAGER");
-    endpoint.ReadAndSetConfigIP();
+/// Both ends sit on the state manager service (its GetState method id).
+void Configure(tarn::em::util::RpcBase& endpoint) {
+    ara::exec::detail::Address(endpoint, ara::exec::detail::STATE_MANAGER_SERVICE);
 }
 
 int RunServer() {

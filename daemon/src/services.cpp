@@ -5,6 +5,7 @@
 
 #include "ara/exec/execution_state.h"
 #include "ara/exec/process.h"
+#include "service_address.h"
 
 namespace tarn::em::daemon {
 
@@ -14,28 +15,9 @@ using ara::core::String;
 using kelp::brio::Replier;
 using tarn::em::util::RpcServer;
 
-struct Endpoint {
-    const char* name;
-    short domainId;
-    unsigned short serviceId;
-    const char* request;
-    const char* reply;
-};
-
-constexpr Endpoint APPLICATION{"emd/application", 2, 57360U, "EM_RPC_REQUEST_APPLICATION", "EM_RPC_REPLY_APPLICATION"};
-constexpr Endpoint STATE_MANAGER{
-    "emd/state-manager", 4, 57361U, "EM_RPC_REQUEST_STATE_MANAGER", "EM_RPC_REPLY_STATE_MANAGER"};
-constexpr Endpoint HEALTH_MANAGER{
-    "emd/health-manager", 4, 57362U, "EM_RPC_REQUEST_PLATFORM_HEALTH_MANAGER", "EM_RPC_REPLY_PLATFORM_HEALTH_MANAGER"};
-
-std::unique_ptr<RpcServer> MakeServer(const Endpoint& endpoint) {
-    auto server = std::make_unique<RpcServer>(endpoint.name);
-    server->SetDomainId(endpoint.domainId);
-    server->SetServiceId(endpoint.serviceId);
-    server->SetInstanceId("1");
-    server->SetRequestTopicName(endpoint.request);
-    server->SetReplyTopicName(endpoint.reply);
-    server->ReadAndSetConfigIP();
+std::unique_ptr<RpcServer> MakeServer(const char* name, const ara::exec::detail::ServiceAddress& address) {
+    auto server = std::make_unique<RpcServer>(name);
+    ara::exec::detail::Address(*server, address);
     return server;
 }
 
@@ -49,9 +31,9 @@ Completion ReplyWith(const Replier<void>& replier) {
 Services::Services(EventLoop& loop) : loop_(loop) {}
 
 bool Services::Offer(std::string& error) {
-    application_ = MakeServer(APPLICATION);
-    stateManager_ = MakeServer(STATE_MANAGER);
-    healthManager_ = MakeServer(HEALTH_MANAGER);
+    application_ = MakeServer("emd/application", ara::exec::detail::APPLICATION_SERVICE);
+    stateManager_ = MakeServer("emd/state-manager", ara::exec::detail::STATE_MANAGER_SERVICE);
+    healthManager_ = MakeServer("emd/health-manager", ara::exec::detail::HEALTH_MANAGER_SERVICE);
     if (!application_->Initialize()) {
         error = "the DDS transport does not start";
         return false;

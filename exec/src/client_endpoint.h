@@ -12,6 +12,7 @@
 
 #include "ara/core/promise.h"
 #include "kelp/brio/api/types/error_domains.h"
+#include "service_address.h"
 #include "tarn/em/log_em.h"
 #include "tarn/em/util/rpc_client.h"
 
@@ -22,14 +23,6 @@ namespace ara::exec::detail {
 constexpr std::chrono::microseconds PAUSE_BEFORE_REQUEST{50000};
 /// How long a client that waits for its reply waits.
 constexpr std::chrono::milliseconds REPLY_WAIT{1900};
-
-/// The compiled-in address of one service; the instance id is "1" for all of them.
-struct ServiceAddress {
-    short domainId;
-    unsigned short serviceId;
-    const char* requestTopicName;
-    const char* replyTopicName;
-};
 
 /// One per client class, made on first use (see exec/README.md).
 /// @thread-safety Construct() and the calls below may run on any thread; the one-time set-up
@@ -42,12 +35,7 @@ public:
     /// per process.
     template <typename SetUp>
     void Construct(const ServiceAddress& address, SetUp setUp) {
-        rpc_.SetDomainId(address.domainId);
-        rpc_.SetServiceId(address.serviceId);
-        rpc_.SetInstanceId("1");
-        rpc_.SetRequestTopicName(address.requestTopicName);
-        rpc_.SetReplyTopicName(address.replyTopicName);
-        rpc_.ReadAndSetConfigIP();
+        Address(rpc_, address);
         std::call_once(setUpOnce_, setUp);
     }
 

@@ -21,7 +21,6 @@ namespace {
 using ara::quill::common::log::Log;
 using Outcome = ara::core::Result<void, ara::core::ErrorCode>;
 
-constexpr detail::ServiceAddress ADDRESS{2, 57360U, "EM_RPC_REQUEST_APPLICATION", "EM_RPC_REPLY_APPLICATION"};
 constexpr unsigned int REPORT_METHOD_ID = 0U;
 
 /// The endpoint shared by every execution client of the process, made on first use.
@@ -61,7 +60,7 @@ void RunHook(inner::ReportHook hook, ExecutionState state, const char* which) {
 }  // namespace
 
 ExecutionClient::ExecutionClient() noexcept {
-    Shared().Construct(ADDRESS, InitializeOnce);
+    Shared().Construct(detail::APPLICATION_SERVICE, InitializeOnce);
 }
 
 ExecutionClient::~ExecutionClient() noexcept = default;

@@ -24,8 +24,6 @@ using Pending = ara::core::Future<void, ara::core::ErrorCode>;
 using Outcome = ara::core::Result<void, ara::core::ErrorCode>;
 using Processes = std::vector<Process>;
 
-constexpr detail::ServiceAddress ADDRESS{
-    4, 57362U, "EM_RPC_REQUEST_PLATFORM_HEALTH_MANAGER", "EM_RPC_REPLY_PLATFORM_HEALTH_MANAGER"};
 constexpr unsigned int RESTART_METHOD_ID = 3U;
 constexpr unsigned int PROCESS_STATES_METHOD_ID = 4U;
 constexpr unsigned int PROCESS_NAME_METHOD_ID = 5U;
@@ -90,7 +88,7 @@ Outcome ToRestartResult(Pending&& reply) {
 }  // namespace
 
 RecoveryActionClient::RecoveryActionClient(std::string clientName) noexcept : clientName_(std::move(clientName)) {
-    Shared().Construct(ADDRESS, InitializeOnce);
+    Shared().Construct(detail::HEALTH_MANAGER_SERVICE, InitializeOnce);
 }
 
 RecoveryActionClient::~RecoveryActionClient() noexcept = default;

@@ -22,7 +22,6 @@ using ara::quill::common::log::Log;
 using Pending = ara::core::Future<void, ara::core::ErrorCode>;
 using Outcome = ara::core::Result<void, ara::core::ErrorCode>;
 
-constexpr detail::ServiceAddress ADDRESS{4, 57361U, "EM_RPC_REQUEST_STATE_MANAGER", "EM_RPC_REPLY_STATE_MANAGER"};
 constexpr unsigned int INITIAL_RESULT_METHOD_ID = 1U;
 constexpr unsigned int SET_STATE_METHOD_ID = 2U;
 constexpr unsigned int GET_STATE_METHOD_ID = 6U;
@@ -91,7 +90,7 @@ bool CommunicationProcessing() noexcept {
 }
 
 StateClient::StateClient() noexcept {
-    Shared().Construct(ADDRESS, InitializeOnce);
+    Shared().Construct(detail::STATE_MANAGER_SERVICE, InitializeOnce);
 }
 
 StateClient::~StateClient() noexcept = default;
