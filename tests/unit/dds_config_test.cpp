@@ -15,11 +15,22 @@
 
 namespace {
 using kelp::driver::dds::BuildDomainConfig;
+using kelp::driver::dds::DiscoveryMode;
+using kelp::driver::dds::DomainRole;
+using kelp::driver::dds::DomainSettings;
 using std::nullopt;
 
 const std::string LEASE = "<Discovery><LeaseDuration>1000ms</LeaseDuration></Discovery>,";
 const std::string LOOPBACK =
     R"(<General><Interfaces><NetworkInterface address="127.0.0.1" multicast="true"/></Interfaces></General>)";
+const std::string HUB_NET =
+    R"(<General><Interfaces><NetworkInterface address="127.0.0.1"/></Interfaces><AllowMulticast>false</AllowMulticast></General>)";
+const std::string HUB_SERVING =
+    HUB_NET +
+    R"(<Discovery><ParticipantIndex>auto</ParticipantIndex><Peers><Peer address="127.0.0.1"/></Peers></Discovery>)";
+const std::string HUB_CLIENT =
+    HUB_NET + R"(<Discovery><ParticipantIndex>none</ParticipantIndex><Peers><Peer address="127.0.0.1"/></Peers>)"
+              "<SPDPInterval>1s</SPDPInterval></Discovery>";
 const std::string TAG = "<Discovery><Tag>dds_config_test</Tag></Discovery>";
 
 // Sets (or with nullopt, unsets) a variable and restores it when the scope ends.
@@ -38,46 +49,61 @@ private:
     std::optional<std::string> old_;
 };
 
-TEST(DdsConfigTest, TextIsLeaseThenUriOrNetworkThenKelpConfigAndCycloneTakesIt) {
+DomainSettings Settings(DomainRole role,
+                        DiscoveryMode mode,
+                        std::pair<std::string, bool> network = {"127.0.0.1", true},
+                        std::optional<std::string> uri = nullopt,
+                        std::optional<std::string> extra = nullopt) {
+    DomainSettings settings;
+    settings.cycloneUri = std::move(uri);
+    settings.network = std::move(network);
+    settings.participantLeaseMs = 1000U;
+    settings.role = role;
+    settings.mode = mode;
+    settings.extraConfig = std::move(extra);
+    return settings;
+}
+
+TEST(DdsConfigTest, OnlyServingDomainsTakeAnIndexAndTheShortLeaseAndCycloneTakesEveryText) {
+    using R = DomainRole;
+    using M = DiscoveryMode;
+    DomainSettings remote = Settings(R::kClient, M::kHub);
+    remote.interfaceAddress = "10.77.0.2";
+    remote.peers = {"10.77.0.1", "em-host"};
+    DomainSettings noLease = Settings(R::kServing, M::kMulticast, kelp::brio::api::types::UNDEFINED_NETWORK);
+    noLease.participantLeaseMs = 0U;
     const struct {
-        std::optional<std::string> uri;
-        std::pair<std::string, bool> network;
-        std::uint32_t leaseMs;
-        std::optional<std::string> extra;
+        DomainSettings settings;
         std::string expected;
         bool startsHere;  // Cyclone starts a domain with it on this machine
     } rows[] = {
-        {nullopt, {"127.0.0.1", true}, 1000U, nullopt, LEASE + LOOPBACK, true},
-        {nullopt, {"127.0.0.1", true}, 1000U, TAG, LEASE + LOOPBACK + "," + TAG, true},
-        {nullopt, kelp::brio::api::types::UNDEFINED_NETWORK, 0U, nullopt, LOOPBACK, true},
-        {nullopt,
-         {"", false},
-         500U,
-         nullopt,
-         "<Discovery><LeaseDuration>500ms</LeaseDuration></Discovery>," + LOOPBACK,
-         true},
-        {nullopt,
-         {"10.1.2.3", false},
-         0U,
-         nullopt,
-         R"(<General><Interfaces><NetworkInterface address="10.1.2.3" multicast="false"/></Interfaces></General>)",
+        {Settings(R::kServing, M::kHub), LEASE + HUB_SERVING, true},
+        {Settings(R::kClient, M::kHub), HUB_CLIENT, true},
+        {Settings(R::kClient, M::kHub, {"127.0.0.1", true}, nullopt, TAG), HUB_CLIENT + "," + TAG, true},
+        {remote,
+         R"(<General><Interfaces><NetworkInterface address="10.77.0.2"/></Interfaces><AllowMulticast>false</AllowMulticast></General>)"
+         R"(<Discovery><ParticipantIndex>none</ParticipantIndex><Peers><Peer address="10.77.0.1"/><Peer address="em-host"/></Peers>)"
+         "<SPDPInterval>1s</SPDPInterval></Discovery>",
          false},
-        {nullopt,
-         {"a\"<&>", true},
-         0U,
-         nullopt,
-         R"(<General><Interfaces><NetworkInterface address="a&quot;&lt;&amp;&gt;" multicast="true"/></Interfaces></General>)",
+        {Settings(R::kServing, M::kMulticast), LEASE + LOOPBACK, true},
+        {Settings(R::kClient, M::kMulticast, {"127.0.0.1", true}, nullopt, TAG), LOOPBACK + "," + TAG, true},
+        {noLease, LOOPBACK, true},
+        {Settings(R::kClient, M::kMulticast, {"a\"<&>", false}),
+         R"(<General><Interfaces><NetworkInterface address="a&quot;&lt;&amp;&gt;" multicast="false"/></Interfaces></General>)",
          false},
-        {"<General><AllowMulticast>spdp</AllowMulticast></General>",
-         {"127.0.0.1", true},
-         1000U,
-         TAG,
+        {Settings(R::kServing,
+                  M::kHub,
+                  {"127.0.0.1", true},
+                  "<General><AllowMulticast>spdp</AllowMulticast></General>",
+                  TAG),
          LEASE + "<General><AllowMulticast>spdp</AllowMulticast></General>," + TAG,
          true},
-        {"file:///etc/kelp/dds.xml", {"127.0.0.1", true}, 1000U, nullopt, LEASE + "file:///etc/kelp/dds.xml", false},
+        {Settings(R::kClient, M::kHub, {"127.0.0.1", true}, "file:///etc/kelp/dds.xml"),
+         "file:///etc/kelp/dds.xml",
+         false},
     };
     for (const auto& row : rows) {
-        const std::string text = BuildDomainConfig(row.uri, row.network, row.leaseMs, row.extra);
+        const std::string text = BuildDomainConfig(row.settings);
         EXPECT_EQ(text, row.expected);
         if (row.startsHere) {
             const dds_entity_t domain = dds_create_domain(229U, text.c_str());
@@ -87,23 +113,64 @@ TEST(DdsConfigTest, TextIsLeaseThenUriOrNetworkThenKelpConfigAndCycloneTakesIt) 
     }
 }
 
-TEST(DdsConfigTest, EnvironmentIsExpandedForTheDomainAndEmptyMeansUnset) {
+TEST(DdsConfigTest, EnvironmentChoosesDiscoveryPeersAndUriAndEmptyMeansUnset) {
+    using kelp::driver::dds::DomainConfigFromEnvironment;
     const ScopedEnv part("DDS_CONFIG_TEST_PART", std::string("x"));
+    const ScopedEnv noUri("CYCLONEDDS_URI", nullopt);
+    const ara::quill::common::log::CaptureSink log;
+    const struct {
+        std::optional<std::string> discovery;
+        std::optional<std::string> peers;
+        DomainRole role;
+        std::string expected;
+        std::string logLine;
+    } rows[] = {
+        {nullopt, nullopt, DomainRole::kServing, LEASE + HUB_SERVING + "," + TAG, ""},
+        {"multicast", nullopt, DomainRole::kClient, LOOPBACK + "," + TAG, ""},
+        {"MULTICAST", nullopt, DomainRole::kServing, LEASE + LOOPBACK + "," + TAG, ""},
+        {"gossip",
+         nullopt,
+         DomainRole::kClient,
+         HUB_CLIENT + "," + TAG,
+         "[DDSDriver][Unknown KELP_DDS_DISCOVERY, hub discovery used][value=gossip]"},
+        {"hub", "127.0.0.1", DomainRole::kClient, HUB_CLIENT + "," + TAG, ""},
+        {nullopt,
+         "no-such-host.invalid",
+         DomainRole::kClient,
+         HUB_CLIENT + "," + TAG,
+         "[DDSDriver][KELP_DDS_PEERS has no route from this host, the loopback peers are used]"
+         "[value=no-such-host.invalid]"},
+    };
+    const ScopedEnv kelp("KELP_DDS_CONFIG", TAG);
+    for (const auto& row : rows) {
+        const ScopedEnv discovery("KELP_DDS_DISCOVERY", row.discovery);
+        const ScopedEnv peers("KELP_DDS_PEERS", row.peers);
+        EXPECT_EQ(DomainConfigFromEnvironment({"127.0.0.1", true}, 1000U, row.role, 7U), row.expected);
+        if (!row.logLine.empty()) {
+            EXPECT_TRUE(log.Contains(row.logLine)) << row.logLine;
+        }
+    }
     {
         const ScopedEnv uri(
             "CYCLONEDDS_URI",
             std::string("<Discovery><Tag>${DDS_CONFIG_TEST_PART}-${CYCLONEDDS_DOMAIN_ID}</Tag></Discovery>"));
-        const ScopedEnv kelp("KELP_DDS_CONFIG", std::string(""));
-        EXPECT_EQ(kelp::driver::dds::DomainConfigFromEnvironment({"127.0.0.1", true}, 1000U, 7U),
+        const ScopedEnv empty("KELP_DDS_CONFIG", std::string(""));
+        EXPECT_EQ(DomainConfigFromEnvironment({"127.0.0.1", true}, 1000U, DomainRole::kServing, 7U),
                   LEASE + "<Discovery><Tag>x-7</Tag></Discovery>");
     }
-    const ScopedEnv kelp("KELP_DDS_CONFIG", TAG);
     for (const char* nothing : {"", "${DDS_CONFIG_TEST_UNSET}"}) {
         const ScopedEnv uri("CYCLONEDDS_URI", std::string(nothing));
-        EXPECT_EQ(kelp::driver::dds::DomainConfigFromEnvironment({"127.0.0.1", true}, 1000U, 7U),
-                  LEASE + LOOPBACK + "," + TAG)
+        EXPECT_EQ(DomainConfigFromEnvironment({"127.0.0.1", true}, 1000U, DomainRole::kClient, 7U),
+                  HUB_CLIENT + "," + TAG)
             << nothing;
     }
+}
+
+TEST(DdsConfigTest, PeersAreReachedThroughTheInterfaceTheKernelRoutesTo) {
+    EXPECT_EQ(kelp::driver::dds::LocalAddressTowards("127.0.0.1"), std::optional<std::string>("127.0.0.1"));
+    EXPECT_EQ(kelp::driver::dds::LocalAddressTowards("127.0.0.5"), std::optional<std::string>("127.0.0.1"));
+    EXPECT_EQ(kelp::driver::dds::LocalAddressTowards("localhost"), std::optional<std::string>("127.0.0.1"));
+    EXPECT_EQ(kelp::driver::dds::LocalAddressTowards("not an address"), std::nullopt);
 }
 
 // Each row in a process of its own: Init succeeds once per process.
@@ -117,8 +184,8 @@ TEST(DdsConfigTest, InitFailsWithCyclonesReasonForABrokenUri) {
         {"file:///nonexistent/kelp.xml", cannot + "can't open configuration file file:///nonexistent/kelp.xml]"},
         {"<General></Interfaces>",
          cannot + "config: //CycloneDDS/Domain/General: parser error open/close tag "
-                  "mismatch (Interfaces) at line 1 (CYCLONEDDS_URI+61 line 1)]"},
-        {"<Bogus/>", cannot + "config: //CycloneDDS/Domain: Bogus: unknown element (CYCLONEDDS_URI+61 line 1)]"},
+                  "mismatch (Interfaces) at line 1 (CYCLONEDDS_URI+0 line 1)]"},
+        {"<Bogus/>", cannot + "config: //CycloneDDS/Domain: Bogus: unknown element (CYCLONEDDS_URI+0 line 1)]"},
         {nullopt, ""},
     };
     for (const auto& row : rows) {

@@ -1,11 +1,13 @@
 // The process's Cyclone domains: creation on first use, and each domain's worker thread.
 #include "dds_domain.h"
 
+#include <cstring>
 #include <map>
 
 #include "ara/quill/common/log/log.h"
 #include "cyclone_log.h"
 #include "domain_config.h"
+#include "method_endpoint.h"
 #include "service_directory.h"
 
 namespace kelp::driver::dds {
@@ -23,14 +25,15 @@ DomainTable& Table() {
 }
 
 bool SameNetwork(const std::pair<std::string, bool>& a, const std::pair<std::string, bool>& b) {
-    return NetworkFragment(a) == NetworkFragment(b);
+    return EffectiveNetwork(a) == EffectiveNetwork(b);
 }
 
 }  // namespace
 
 Domain* Domain::Acquire(std::int16_t domainId,
                         const std::pair<std::string, bool>& network,
-                        std::uint32_t participantLeaseMs) {
+                        std::uint32_t participantLeaseMs,
+                        DomainRole role) {
     const auto logger = ara::quill::common::log::Log::GetLog("CM");
     DomainTable& table = Table();
     const std::lock_guard<std::mutex> lock(table.mutex);
@@ -41,12 +44,21 @@ Domain* Domain::Acquire(std::int16_t domainId,
                 << "[DDSDriver][Network differs from the domain's, the domain's is used][domain=" << domainId
                 << ", network=" << network.first << ", inUse=" << it->second->network_.first << "]";
         }
-        return it->second.get();
+        Domain& existing = *it->second;
+        if (role == DomainRole::kServing && existing.role_ == DomainRole::kClient && !existing.roleWarned_) {
+            existing.roleWarned_ = true;
+            logger->warn()
+                << "[DDSDriver][Serving on a domain this process started as a client: it took no participant "
+                   "index, so with hub discovery only serving processes find this service; create servers "
+                   "before clients][domain="
+                << domainId << "]";
+        }
+        return &existing;
     }
 
     PrepareProcessForCyclone();
     const std::string config =
-        DomainConfigFromEnvironment(network, participantLeaseMs, static_cast<std::uint32_t>(domainId));
+        DomainConfigFromEnvironment(network, participantLeaseMs, role, static_cast<std::uint32_t>(domainId));
     const CycloneLogCapture capture;
     Entity domain(dds_create_domain(static_cast<dds_domainid_t>(domainId), config.c_str()));
     Entity participant;
@@ -66,17 +78,28 @@ Domain* Domain::Acquire(std::int16_t domainId,
         }
         return nullptr;
     }
-    logger->info() << "[DDSDriver][Domain started][domain=" << domainId << ", config=" << config << "]";
-    std::unique_ptr<Domain> created(new Domain(domainId, network, std::move(domain), std::move(participant)));
+    logger->info() << "[DDSDriver][Domain started][domain=" << domainId
+                   << ", role=" << (role == DomainRole::kServing ? "serving" : "client") << ", config=" << config
+                   << "]";
+    std::unique_ptr<Domain> created(new Domain(domainId, network, role, std::move(domain), std::move(participant)));
     return table.domains.emplace(domainId, std::move(created)).first->second.get();
 }
 
-Domain::Domain(std::int16_t id, std::pair<std::string, bool> network, Entity domain, Entity participant)
+Domain::Domain(
+    std::int16_t id, std::pair<std::string, bool> network, DomainRole role, Entity domain, Entity participant)
     : id_(id),
       network_(std::move(network)),
+      role_(role),
       domain_(std::move(domain)),
       participant_(std::move(participant)),
-      directory_(std::make_unique<ServiceDirectory>(*this)) {}
+      directory_(std::make_unique<ServiceDirectory>(*this)) {
+    dds_guid_t guid{};
+    (void)dds_get_guid(participant_.Get(), &guid);
+    brio::api::types::ClientId prefix{};
+    static_assert(sizeof(guid.v) == sizeof(prefix), "a client id is a GUID");
+    std::memcpy(prefix.data(), guid.v, prefix.size());
+    replyPartition_ = ReplyPartitionName(ReplyBucket(prefix));
+}
 
 Domain::~Domain() = default;
 

@@ -15,6 +15,8 @@
 #include <utility>
 
 #include "dds_entity.h"
+#include "domain_config.h"
+#include "reply_pump.h"
 
 namespace kelp::driver::dds {
 
@@ -23,12 +25,15 @@ class ServiceDirectory;
 class Domain {
 public:
     /// The domain `domainId` of this process, created on first use with the configuration
-    /// built from `network` and `participantLeaseMs` (domain_config.h); later callers share
-    /// it as it was made. Null, with a log line naming Cyclone's reason, when Cyclone refuses;
-    /// the next call tries again. Domains live until the process ends.
+    /// built from `network`, `participantLeaseMs` and `role` (domain_config.h); later callers
+    /// share it as it was made (a serving endpoint on a domain made by a client is logged
+    /// once: in hub discovery, other clients of the host cannot find it). Null, with a log
+    /// line naming Cyclone's reason, when Cyclone refuses; the next call tries again. Domains
+    /// live until the process ends.
     static Domain* Acquire(std::int16_t domainId,
                            const std::pair<std::string, bool>& network,
-                           std::uint32_t participantLeaseMs);
+                           std::uint32_t participantLeaseMs,
+                           DomainRole role);
 
     Domain(const Domain&) = delete;
     Domain& operator=(const Domain&) = delete;
@@ -37,6 +42,9 @@ public:
     std::int16_t Id() const noexcept { return id_; }
     dds_entity_t Participant() const noexcept { return participant_.Get(); }
     ServiceDirectory& Directory() noexcept { return *directory_; }
+    ReplyPump& Replies() noexcept { return replies_; }
+    /// The partition of this process's reply readers: the bucket of its participant's GUID.
+    const std::string& ReplyPartition() const noexcept { return replyPartition_; }
 
     /// Runs `task` on this domain's worker thread, in posting order. The worker runs the
     /// discovery handlers and method state changes, and deletes the entities of an endpoint
@@ -45,14 +53,18 @@ public:
     bool OnWorker() const noexcept { return std::this_thread::get_id() == workerId_.load(); }
 
 private:
-    Domain(std::int16_t id, std::pair<std::string, bool> network, Entity domain, Entity participant);
+    Domain(std::int16_t id, std::pair<std::string, bool> network, DomainRole role, Entity domain, Entity participant);
     void RunWorker();
 
     const std::int16_t id_;
     const std::pair<std::string, bool> network_;
+    const DomainRole role_;
+    bool roleWarned_{false};  // under the domain table's lock
     Entity domain_;
     Entity participant_;
+    std::string replyPartition_;
     std::unique_ptr<ServiceDirectory> directory_;
+    ReplyPump replies_;
 
     std::mutex mutex_;
     std::condition_variable wake_;

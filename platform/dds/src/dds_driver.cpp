@@ -21,8 +21,11 @@ namespace types = brio::api::types;
 namespace {
 
 // Init starts a domain of this id with the process's configuration and deletes it again: no
-// participant, so nothing is sent. It is outside the ids this system uses.
-constexpr dds_domainid_t PROBE_DOMAIN_ID = 230U;
+// participant, so nothing is sent, and no participant index, so no well-known port is taken.
+// The system's own ids are 2 and 4; a low id keeps every port of it in range whatever port
+// base the configuration sets.
+constexpr dds_domainid_t PROBE_DOMAIN_ID = 0U;
+const char* const PROBE_FRAGMENT = "<Discovery><ParticipantIndex>none</ParticipantIndex></Discovery>";
 
 class DdsTransport final : public brio::driver::Driver {
 public:
@@ -31,20 +34,20 @@ public:
     std::shared_ptr<brio::driver::MethodHandler> CreateMethodHandler(
         const std::shared_ptr<types::MethodInfo>& info) override {
         const auto dds = MethodInfo(info, "CreateMethodHandler");
-        Domain* domain = dds ? DomainOf(*dds) : nullptr;
+        Domain* domain = dds ? DomainOf(*dds, DomainRole::kClient) : nullptr;
         return domain != nullptr ? DDSMethodHandler::Create(*domain, *dds) : nullptr;
     }
 
     std::shared_ptr<brio::driver::MethodServerHandler> CreateMethodServerHandler(
         const std::shared_ptr<types::MethodInfo>& info) override {
         const auto dds = MethodInfo(info, "CreateMethodServerHandler");
-        Domain* domain = dds ? DomainOf(*dds) : nullptr;
+        Domain* domain = dds ? DomainOf(*dds, DomainRole::kServing) : nullptr;
         return domain != nullptr ? DDSMethodServerHandler::Create(*domain, *dds) : nullptr;
     }
 
     bool OfferService(const types::ServiceDiscoveryInfo& info) override {
         const auto* dds = DiscoveryInfo(info, "OfferService");
-        Domain* domain = dds != nullptr ? DomainOf(*dds) : nullptr;
+        Domain* domain = dds != nullptr ? DomainOf(*dds, DomainRole::kServing) : nullptr;
         return domain != nullptr &&
                domain->Directory().Offer(
                    dds->GetServiceId(), dds->GetInstanceId(), dds->GetParticipantQos().GetLivelinessLeaseMs());
@@ -52,7 +55,7 @@ public:
 
     void StopOfferService(const types::ServiceDiscoveryInfo& info) override {
         const auto* dds = DiscoveryInfo(info, "StopOfferService");
-        if (Domain* domain = dds != nullptr ? DomainOf(*dds) : nullptr) {
+        if (Domain* domain = dds != nullptr ? DomainOf(*dds, DomainRole::kServing) : nullptr) {
             domain->Directory().StopOffer(dds->GetServiceId(), dds->GetInstanceId());
         }
     }
@@ -60,7 +63,7 @@ public:
     std::optional<std::uint32_t> StartFindService(const types::ServiceDiscoveryInfo& info,
                                                   FindHandler handler) override {
         const auto* dds = DiscoveryInfo(info, "StartFindService");
-        Domain* domain = dds != nullptr ? DomainOf(*dds) : nullptr;
+        Domain* domain = dds != nullptr ? DomainOf(*dds, DomainRole::kClient) : nullptr;
         if (domain == nullptr) {
             return std::nullopt;
         }
@@ -111,9 +114,11 @@ private:
         return dds;
     }
 
+    /// The domain of `info`, made for `role` if this is its first use in the process.
     template <typename Info>
-    static Domain* DomainOf(const Info& info) {
-        return Domain::Acquire(info.GetDomainId(), info.GetNetwork(), info.GetParticipantQos().GetParticipantLeaseMs());
+    static Domain* DomainOf(const Info& info, DomainRole role) {
+        return Domain::Acquire(
+            info.GetDomainId(), info.GetNetwork(), info.GetParticipantQos().GetParticipantLeaseMs(), role);
     }
 
     const std::shared_ptr<ara::quill::common::log::Log> logger_;
@@ -132,8 +137,11 @@ bool DDSDriver::Init() {
         return true;
     }
     PrepareProcessForCyclone();
-    const std::string config = DomainConfigFromEnvironment(
-        DefaultNetwork(), qos::DefaultRpcParticipantQos().GetParticipantLeaseMs(), PROBE_DOMAIN_ID);
+    const std::string config = DomainConfigFromEnvironment(DefaultNetwork(),
+                                                           qos::DefaultRpcParticipantQos().GetParticipantLeaseMs(),
+                                                           DomainRole::kClient,
+                                                           PROBE_DOMAIN_ID) +
+                               "," + PROBE_FRAGMENT;
     {
         const CycloneLogCapture capture;
         Entity probe(dds_create_domain(PROBE_DOMAIN_ID, config.c_str()));

@@ -100,11 +100,14 @@ bool DDSMethodHandler::Core::Open() {
     const Listener writerListener(this);
     dds_lset_publication_matched(writerListener.Get(), &Core::OnWriterMatched);
     writer = Entity(dds_create_writer(participant, requestTopic.Get(), qos.Get(), writerListener.Get()));
+    // In the reply bucket of this process: a server writes each reply in its requester's.
+    const Qos readerQos;
+    SetMethodQos(readerQos, 0U, domain.ReplyPartition());
     const Listener readerListener(this);
     dds_lset_data_available(readerListener.Get(), &Core::OnReply);
     dds_lset_subscription_matched(readerListener.Get(), &Core::OnReaderMatched);
     dds_lset_liveliness_changed(readerListener.Get(), &Core::OnLiveliness);
-    reader = Entity(dds_create_reader(participant, replyTopic.Get(), qos.Get(), readerListener.Get()));
+    reader = Entity(dds_create_reader(participant, replyTopic.Get(), readerQos.Get(), readerListener.Get()));
     dds_guid_t guid{};
     const DdsStatus identified(reader.Valid() ? dds_get_guid(reader.Get(), &guid) : DDS_RETCODE_OK);
     if (!filtered.Ok() || !writer.Valid() || !reader.Valid() || !identified.Ok()) {

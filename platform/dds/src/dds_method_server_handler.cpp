@@ -1,9 +1,10 @@
-// Server half of a DDS method: request delivery, and replies written once the requesting
-// client's reply reader is matched.
+// Server half of a DDS method: request delivery, and replies handed to the domain's reply
+// pump, which writes each with the writer of its requester's bucket once that writer has
+// matched the requester's reply reader.
 #include "dds_method_server_handler.h"
 
-#include <chrono>
-#include <condition_variable>
+#include <array>
+#include <atomic>
 #include <cstring>
 #include <mutex>
 #include <set>
@@ -17,11 +18,21 @@ namespace kelp::driver::dds {
 namespace types = brio::api::types;
 
 namespace {
-constexpr std::chrono::milliseconds CLIENT_MATCH_WAIT{500};
 const ara::quill::common::log::LimitConfig SERVER_LOG_LIMIT{500U, 1U};
 }  // namespace
 
 struct DDSMethodServerHandler::Core : ListenerTarget {
+    using Outcome = ReplyPump::Sink::Outcome;
+
+    /// The pump's view of this core. A member, not a base: listeners get the core as a
+    /// ListenerTarget through a void pointer, so that base must stay at the core's address.
+    struct PumpSink final : ReplyPump::Sink {
+        explicit PumpSink(Core& owner) : core(owner) {}
+        Outcome TryWrite(const ReplyPump::Reply& reply) override { return core.TryWrite(reply); }
+        void Expired(const ReplyPump::Reply& reply) override { core.Expired(reply); }
+        Core& core;
+    };
+
     Core(Domain& owner, const DDSMethodInfo& info)
         : domain(owner),
           requestTopicName(info.GetRequestTopicName()),
@@ -33,9 +44,11 @@ struct DDSMethodServerHandler::Core : ListenerTarget {
     void DeleteEntities();
     static void OnRequest(dds_entity_t reader, void* arg);
     static void OnReplyMatched(dds_entity_t writer, dds_publication_matched_status_t status, void* arg);
-    /// Adds the GUIDs of all readers the reply writer matches now to `clients`.
-    void ScanMatchedReaders(std::set<types::ClientId>& found) const;
-    bool WaitForClient(const types::ClientId& client);
+    /// The GUIDs of the readers `writer` matches now.
+    static std::set<types::ClientId> MatchedReaders(dds_entity_t writer);
+
+    Outcome TryWrite(const ReplyPump::Reply& reply);
+    void Expired(const ReplyPump::Reply& reply);
 
     Domain& domain;
     const std::string requestTopicName;
@@ -46,15 +59,21 @@ struct DDSMethodServerHandler::Core : ListenerTarget {
     Entity requestTopic;
     Entity replyTopic;
     Entity reader;
-    Entity writer;
+    std::array<Entity, REPLY_BUCKETS> writers;
+    // The writers' handles as their listener compares them; 0 until made.
+    std::array<std::atomic<dds_entity_t>, REPLY_BUCKETS> writerHandles{};
 
     std::mutex mutex;
-    std::condition_variable matchChanged;
-    std::uint64_t matchEvents{0U};
-    std::set<types::ClientId> knownClients;  // reply readers seen matched; cleared on any unmatch
     bool closed{false};
+    // Per bucket: the reply readers its writer has matched, rescanned by the pump when a
+    // match event marked it stale.
+    std::array<std::set<types::ClientId>, REPLY_BUCKETS> knownClients;
+    std::array<std::atomic<bool>, REPLY_BUCKETS> stale{};
+    std::atomic<std::uint32_t> queued{0U};   // replies handed to the pump, not yet written or dropped
+    std::atomic<std::uint64_t> dropped{0U};  // replies dropped since the handler was made
 
     CallbackSlot<RequestCallback> request;
+    PumpSink sink{*this};
 };
 
 bool DDSMethodServerHandler::Core::Open() {
@@ -63,28 +82,41 @@ bool DDSMethodServerHandler::Core::Open() {
         Entity(dds_create_topic(participant, &kelp_dds_MethodSample_desc, requestTopicName.c_str(), nullptr, nullptr));
     replyTopic =
         Entity(dds_create_topic(participant, &kelp_dds_MethodSample_desc, replyTopicName.c_str(), nullptr, nullptr));
+    const Entity* failedWriter = nullptr;
     if (requestTopic.Valid() && replyTopic.Valid()) {
-        const Qos writerQos;
-        SetMethodQos(writerQos, livelinessLeaseMs);
-        const Listener writerListener(this);
-        dds_lset_publication_matched(writerListener.Get(), &Core::OnReplyMatched);
-        writer = Entity(dds_create_writer(participant, replyTopic.Get(), writerQos.Get(), writerListener.Get()));
-        const Qos readerQos;
-        SetMethodQos(readerQos, 0U);
-        const Listener readerListener(this);
-        dds_lset_data_available(readerListener.Get(), &Core::OnRequest);
-        reader = Entity(dds_create_reader(participant, requestTopic.Get(), readerQos.Get(), readerListener.Get()));
+        for (std::uint32_t bucket = 0U; bucket < REPLY_BUCKETS; ++bucket) {
+            stale[bucket].store(true);
+            const Qos writerQos;
+            SetMethodQos(writerQos, livelinessLeaseMs, ReplyPartitionName(bucket));
+            const Listener writerListener(this);
+            dds_lset_publication_matched(writerListener.Get(), &Core::OnReplyMatched);
+            writers[bucket] =
+                Entity(dds_create_writer(participant, replyTopic.Get(), writerQos.Get(), writerListener.Get()));
+            if (!writers[bucket].Valid()) {
+                failedWriter = &writers[bucket];
+                break;
+            }
+            writerHandles[bucket].store(writers[bucket].Get());
+        }
+        if (failedWriter == nullptr) {
+            const Qos readerQos;
+            SetMethodQos(readerQos, 0U);
+            const Listener readerListener(this);
+            dds_lset_data_available(readerListener.Get(), &Core::OnRequest);
+            reader = Entity(dds_create_reader(participant, requestTopic.Get(), readerQos.Get(), readerListener.Get()));
+        }
     }
+    const Entity unmade;
     const struct {
         const Entity& entity;
         const char* kind;
         const std::string& topic;
     } created[] = {{requestTopic, "topic", requestTopicName},
                    {replyTopic, "topic", replyTopicName},
-                   {writer, "writer", replyTopicName},
-                   {reader, "reader", requestTopicName}};
+                   {failedWriter != nullptr ? *failedWriter : unmade, "writer", replyTopicName},
+                   {failedWriter != nullptr ? unmade : reader, "reader", requestTopicName}};
     for (const auto& made : created) {
-        if (!made.entity.Valid()) {
+        if (!made.entity.Valid() && !made.entity.Status().Ok()) {
             if (!LogIfSecurityRefused(
                     "DDSMethodServerHandler", made.kind, made.topic, domain.Id(), made.entity.Status().Code())) {
                 logger->error() << "[DDSMethodServerHandler][Endpoints cannot be created][topic=" << requestTopicName
@@ -93,12 +125,14 @@ bool DDSMethodServerHandler::Core::Open() {
             return false;
         }
     }
-    return true;
+    return reader.Valid();
 }
 
 void DDSMethodServerHandler::Core::DeleteEntities() {
     reader.Reset();
-    writer.Reset();
+    for (Entity& writer : writers) {
+        writer.Reset();
+    }
     replyTopic.Reset();
     requestTopic.Reset();
     ListenersDone();
@@ -116,30 +150,36 @@ void DDSMethodServerHandler::Core::OnRequest(dds_entity_t reader, void* arg) {
     }
 }
 
-void DDSMethodServerHandler::Core::OnReplyMatched(dds_entity_t /*writer*/,
-                                                  dds_publication_matched_status_t status,
+void DDSMethodServerHandler::Core::OnReplyMatched(dds_entity_t writer,
+                                                  dds_publication_matched_status_t /*status*/,
                                                   void* arg) {
     const auto core = ListenerTarget::From<Core>(arg);
-    {
-        const std::lock_guard<std::mutex> lock(core->mutex);
-        ++core->matchEvents;
-        if (status.current_count_change < 0) {
-            core->knownClients.clear();
+    bool found = false;
+    for (std::uint32_t bucket = 0U; bucket < REPLY_BUCKETS; ++bucket) {
+        if (core->writerHandles[bucket].load() == writer) {
+            core->stale[bucket].store(true);
+            found = true;
         }
     }
-    core->matchChanged.notify_all();
+    if (!found) {  // still being made: its handle is not stored yet
+        for (auto& flag : core->stale) {
+            flag.store(true);
+        }
+    }
+    core->domain.Replies().Wake();
 }
 
-void DDSMethodServerHandler::Core::ScanMatchedReaders(std::set<types::ClientId>& found) const {
+std::set<types::ClientId> DDSMethodServerHandler::Core::MatchedReaders(dds_entity_t writer) {
+    std::set<types::ClientId> found;
     std::vector<dds_instance_handle_t> handles(8U);
     dds_return_t count = 0;
-    while ((count = dds_get_matched_subscriptions(writer.Get(), handles.data(), handles.size())) >
+    while ((count = dds_get_matched_subscriptions(writer, handles.data(), handles.size())) >
            static_cast<dds_return_t>(handles.size())) {
         handles.resize(static_cast<std::size_t>(count));
     }
     for (dds_return_t i = 0; i < count; ++i) {
         dds_builtintopic_endpoint_t* endpoint =
-            dds_get_matched_subscription_data(writer.Get(), handles[static_cast<std::size_t>(i)]);
+            dds_get_matched_subscription_data(writer, handles[static_cast<std::size_t>(i)]);
         if (endpoint != nullptr) {
             types::ClientId id{};
             std::memcpy(id.data(), endpoint->key.v, id.size());
@@ -147,31 +187,58 @@ void DDSMethodServerHandler::Core::ScanMatchedReaders(std::set<types::ClientId>&
             dds_builtintopic_free_endpoint(endpoint);
         }
     }
+    return found;
 }
 
-bool DDSMethodServerHandler::Core::WaitForClient(const types::ClientId& client) {
-    const auto deadline = std::chrono::steady_clock::now() + CLIENT_MATCH_WAIT;
-    std::unique_lock<std::mutex> lock(mutex);
-    for (;;) {
+DDSMethodServerHandler::Core::Outcome DDSMethodServerHandler::Core::TryWrite(const ReplyPump::Reply& reply) {
+    const std::uint32_t bucket = ReplyBucket(reply.header.clientId);
+    dds_entity_t writer = 0;
+    {
+        std::unique_lock<std::mutex> lock(mutex);
         if (closed) {
-            return false;
+            queued.fetch_sub(1U);
+            return Outcome::kDropped;  // counted in the line the closing handler logged
         }
-        if (knownClients.count(client) != 0U) {
-            return true;
+        writer = writers[bucket].Get();
+        if (stale[bucket].exchange(false)) {
+            // A match event after the exchange marks it stale again, so none is missed.
+            lock.unlock();
+            std::set<types::ClientId> matched = MatchedReaders(writer);
+            lock.lock();
+            knownClients[bucket].swap(matched);
         }
-        const std::uint64_t seen = matchEvents;
-        lock.unlock();
-        std::set<types::ClientId> found;
-        ScanMatchedReaders(found);
-        lock.lock();
-        knownClients.insert(found.begin(), found.end());
-        if (found.count(client) != 0U) {
-            return true;
-        }
-        if (!matchChanged.wait_until(lock, deadline, [this, seen] { return closed || matchEvents != seen; })) {
-            return false;
+        if (knownClients[bucket].count(reply.header.clientId) == 0U) {
+            return Outcome::kNotMatched;
         }
     }
+    queued.fetch_sub(1U);
+    const kelp_dds_MethodSample sample = MakeSample(reply.header,
+                                                    reply.payload.empty() ? nullptr : reply.payload.data(),
+                                                    static_cast<std::uint32_t>(reply.payload.size()));
+    const DdsStatus status(dds_write(writer, &sample));
+    if (!status.Ok()) {
+        dropped.fetch_add(1U);
+        logger->warn("DDSMethodServerHandler_write", SERVER_LOG_LIMIT)
+            << "[DDSMethodServerHandler][Reply write failed][topic=" << replyTopicName
+            << ", sessionId=" << reply.header.sessionId << ", " << status.Text() << "]";
+        return Outcome::kDropped;
+    }
+    return Outcome::kWritten;
+}
+
+void DDSMethodServerHandler::Core::Expired(const ReplyPump::Reply& reply) {
+    queued.fetch_sub(1U);
+    const std::uint64_t total = dropped.fetch_add(1U) + 1U;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (closed) {
+            return;
+        }
+    }
+    logger->warn("DDSMethodServerHandler_not_matched", SERVER_LOG_LIMIT)
+        << "[DDSMethodServerHandler][Reply reader not matched, reply dropped][topic=" << replyTopicName
+        << ", sessionId=" << reply.header.sessionId << ", clientId=" << ClientIdText(reply.header.clientId)
+        << ", waited_ms=" << ReplyPump::HOLD_LIMIT.count() << ", dropped=" << total << "]";
 }
 
 std::shared_ptr<DDSMethodServerHandler> DDSMethodServerHandler::Create(Domain& domain, const DDSMethodInfo& info) {
@@ -189,7 +256,11 @@ DDSMethodServerHandler::~DDSMethodServerHandler() {
         const std::lock_guard<std::mutex> lock(core_->mutex);
         core_->closed = true;
     }
-    core_->matchChanged.notify_all();
+    if (const std::uint32_t left = core_->queued.load(); left != 0U) {
+        core_->logger->warn()
+            << "[DDSMethodServerHandler][Closed with replies not written yet, they are dropped][topic="
+            << core_->replyTopicName << ", count=" << left << "]";
+    }
     core_->request.Set({});
     DeleteEndpointEntities(std::move(core_));
 }
@@ -203,24 +274,19 @@ bool DDSMethodServerHandler::SendReply(const types::MethodMsg& request,
                                        std::uint32_t size,
                                        bool isError) {
     Core& core = *core_;
-    if (!core.WaitForClient(request.clientId)) {
-        core.logger->warn("DDSMethodServerHandler_not_matched", SERVER_LOG_LIMIT)
-            << "[DDSMethodServerHandler][Reply reader not matched, reply dropped][topic=" << core.replyTopicName
-            << ", sessionId=" << request.sessionId << ", clientId=" << ClientIdText(request.clientId) << "]";
-        return false;
-    }
+    ReplyPump::Reply reply;
     // The reply echoes the request's header (client id and session id route it back).
-    types::MethodMsg reply = request;
-    reply.isRealReply = true;
-    reply.isErrorReply = isError;
-    const kelp_dds_MethodSample sample = MakeSample(reply, payload, size);
-    const DdsStatus status(dds_write(core.writer.Get(), &sample));
-    if (!status.Ok()) {
-        core.logger->warn("DDSMethodServerHandler_write", SERVER_LOG_LIMIT)
-            << "[DDSMethodServerHandler][Reply write failed][topic=" << core.replyTopicName
-            << ", sessionId=" << request.sessionId << ", " << status.Text() << "]";
-        return false;
+    reply.header = request;
+    reply.header.isRealReply = true;
+    reply.header.isErrorReply = isError;
+    reply.header.payload = nullptr;
+    reply.header.payloadSize = 0U;
+    if (payload != nullptr && size != 0U) {
+        reply.payload.assign(payload, payload + size);
     }
+    reply.sink = std::shared_ptr<ReplyPump::Sink>(core_, &core.sink);  // keeps the core alive
+    core.queued.fetch_add(1U);
+    core.domain.Replies().Submit(std::move(reply));
     return true;
 }
 

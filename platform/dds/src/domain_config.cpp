@@ -1,12 +1,20 @@
 // Building the domain configuration text; see domain_config.h for the fragments and their order.
 #include "domain_config.h"
 
+#include <arpa/inet.h>
 #include <dds/ddsrt/environ.h>
 #include <dds/ddsrt/heap.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <strings.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
+#include "ara/quill/common/log/log.h"
 #include "kelp/brio/api/types/service_types.h"
 
 namespace kelp::driver::dds {
@@ -44,6 +52,53 @@ std::string XmlAttribute(const std::string& text) {
     return escaped;
 }
 
+std::vector<std::string> SplitList(const std::string& text) {
+    std::vector<std::string> items;
+    std::string item;
+    for (const char c : text + ",") {
+        if (c == ',' || c == ' ' || c == '\t') {
+            if (!item.empty()) {
+                items.push_back(item);
+            }
+            item.clear();
+        } else {
+            item += c;
+        }
+    }
+    return items;
+}
+
+struct DiscoveryChoice {
+    DiscoveryMode mode{DiscoveryMode::kHub};
+    std::vector<std::string> peers;
+    std::string interfaceAddress;
+};
+
+DiscoveryChoice ReadChoice() {
+    const auto logger = ara::quill::common::log::Log::GetLog("CM");
+    DiscoveryChoice choice;
+    if (const auto mode = Environment("KELP_DDS_DISCOVERY")) {
+        if (strcasecmp(mode->c_str(), "multicast") == 0) {
+            choice.mode = DiscoveryMode::kMulticast;
+        } else if (strcasecmp(mode->c_str(), "hub") != 0) {
+            logger->warn() << "[DDSDriver][Unknown KELP_DDS_DISCOVERY, hub discovery used][value=" << *mode << "]";
+        }
+    }
+    if (const auto peers = Environment("KELP_DDS_PEERS")) {
+        choice.peers = SplitList(*peers);
+        const auto local = choice.peers.empty() ? std::nullopt : LocalAddressTowards(choice.peers.front());
+        if (local) {
+            choice.interfaceAddress = *local;
+        } else {
+            logger->error() << "[DDSDriver][KELP_DDS_PEERS has no route from this host, the loopback peers are "
+                               "used][value="
+                            << *peers << "]";
+            choice.peers.clear();
+        }
+    }
+    return choice;
+}
+
 }  // namespace
 
 const std::pair<std::string, bool>& DefaultNetwork() {
@@ -51,42 +106,99 @@ const std::pair<std::string, bool>& DefaultNetwork() {
     return network;
 }
 
-std::string NetworkFragment(const std::pair<std::string, bool>& network) {
+const std::pair<std::string, bool>& EffectiveNetwork(const std::pair<std::string, bool>& network) {
     const bool undefined = network.first.empty() || network.first == brio::api::types::UNDEFINED_NETWORK.first;
-    const auto& chosen = undefined ? DefaultNetwork() : network;
-    return "<General><Interfaces><NetworkInterface address=\"" + XmlAttribute(chosen.first) + "\" multicast=\"" +
-           (chosen.second ? "true" : "false") + "\"/></Interfaces></General>";
+    return undefined ? DefaultNetwork() : network;
 }
 
-std::string BuildDomainConfig(const std::optional<std::string>& cycloneUri,
-                              const std::pair<std::string, bool>& network,
-                              std::uint32_t participantLeaseMs,
-                              const std::optional<std::string>& extraConfig) {
-    std::string config;
-    if (participantLeaseMs != 0U) {
-        config = "<Discovery><LeaseDuration>" + std::to_string(participantLeaseMs) + "ms</LeaseDuration></Discovery>,";
+std::string DiscoveryFragment(const DomainSettings& settings) {
+    const auto& network = EffectiveNetwork(settings.network);
+    if (settings.mode == DiscoveryMode::kMulticast) {
+        return "<General><Interfaces><NetworkInterface address=\"" + XmlAttribute(network.first) + "\" multicast=\"" +
+               (network.second ? "true" : "false") + "\"/></Interfaces></General>";
     }
-    config += cycloneUri ? *cycloneUri : NetworkFragment(network);
-    if (extraConfig) {
-        config += "," + *extraConfig;
+    const std::string address = settings.interfaceAddress.empty() ? network.first : settings.interfaceAddress;
+    std::string peers;
+    for (const std::string& peer : settings.peers.empty() ? std::vector<std::string>{address} : settings.peers) {
+        peers += "<Peer address=\"" + XmlAttribute(peer) + "\"/>";
+    }
+    const bool serving = settings.role == DomainRole::kServing;
+    return "<General><Interfaces><NetworkInterface address=\"" + XmlAttribute(address) +
+           "\"/></Interfaces><AllowMulticast>false</AllowMulticast></General><Discovery><ParticipantIndex>" +
+           (serving ? "auto" : "none") + "</ParticipantIndex><Peers>" + peers + "</Peers>" +
+           (serving ? "" : "<SPDPInterval>1s</SPDPInterval>") + "</Discovery>";
+}
+
+std::string BuildDomainConfig(const DomainSettings& settings) {
+    std::string config;
+    if (settings.role == DomainRole::kServing && settings.participantLeaseMs != 0U) {
+        config = "<Discovery><LeaseDuration>" + std::to_string(settings.participantLeaseMs) +
+                 "ms</LeaseDuration></Discovery>,";
+    }
+    config += settings.cycloneUri ? *settings.cycloneUri : DiscoveryFragment(settings);
+    if (settings.extraConfig) {
+        config += "," + *settings.extraConfig;
     }
     return config;
 }
 
-std::string DomainConfigFromEnvironment(const std::pair<std::string, bool>& network,
-                                        std::uint32_t participantLeaseMs,
-                                        std::uint32_t domainId) {
-    std::optional<std::string> uri = Environment("CYCLONEDDS_URI");
-    if (uri) {
-        const std::unique_ptr<char, void (*)(void*)> expanded(ddsrt_expand_envvars(uri->c_str(), domainId), ddsrt_free);
-        if (expanded) {
-            uri = std::string(expanded.get());
-        }
-        if (uri->empty()) {
-            uri.reset();  // "${UNSET}" means no configuration of its own, not Cyclone's defaults
+void ReadDiscoveryEnvironment(DomainSettings& settings) {
+    const DiscoveryChoice choice = ReadChoice();
+    settings.mode = choice.mode;
+    settings.peers = choice.peers;
+    settings.interfaceAddress = choice.interfaceAddress;
+}
+
+std::optional<std::string> LocalAddressTowards(const std::string& peer) {
+    addrinfo hints{};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_DGRAM;
+    addrinfo* found = nullptr;
+    if (getaddrinfo(peer.c_str(), "7400", &hints, &found) != 0 || found == nullptr) {
+        return std::nullopt;
+    }
+    std::optional<std::string> local;
+    // Connecting a datagram socket sends nothing; it only asks the kernel for the route.
+    const int probe = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (probe >= 0 && connect(probe, found->ai_addr, found->ai_addrlen) == 0) {
+        sockaddr_in self{};
+        socklen_t length = sizeof(self);
+        char text[INET_ADDRSTRLEN] = {};
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the socket API takes sockaddr
+        if (getsockname(probe, reinterpret_cast<sockaddr*>(&self), &length) == 0 &&
+            inet_ntop(AF_INET, &self.sin_addr, text, sizeof(text)) != nullptr) {
+            local = text;
         }
     }
-    return BuildDomainConfig(uri, network, participantLeaseMs, Environment("KELP_DDS_CONFIG"));
+    if (probe >= 0) {
+        close(probe);
+    }
+    freeaddrinfo(found);
+    return local;
+}
+
+std::string DomainConfigFromEnvironment(const std::pair<std::string, bool>& network,
+                                        std::uint32_t participantLeaseMs,
+                                        DomainRole role,
+                                        std::uint32_t domainId) {
+    DomainSettings settings;
+    settings.network = network;
+    settings.participantLeaseMs = participantLeaseMs;
+    settings.role = role;
+    settings.cycloneUri = Environment("CYCLONEDDS_URI");
+    if (settings.cycloneUri) {
+        const std::unique_ptr<char, void (*)(void*)> expanded(
+            ddsrt_expand_envvars(settings.cycloneUri->c_str(), domainId), ddsrt_free);
+        if (expanded) {
+            settings.cycloneUri = std::string(expanded.get());
+        }
+        if (settings.cycloneUri->empty()) {
+            settings.cycloneUri.reset();  // "${UNSET}" means no configuration of its own, not Cyclone's defaults
+        }
+    }
+    ReadDiscoveryEnvironment(settings);
+    settings.extraConfig = Environment("KELP_DDS_CONFIG");
+    return BuildDomainConfig(settings);
 }
 
 }  // namespace kelp::driver::dds

@@ -10,13 +10,29 @@
 
 namespace kelp::driver::dds {
 
-void SetMethodQos(const Qos& qos, std::uint32_t livelinessLeaseMs) {
+void SetMethodQos(const Qos& qos, std::uint32_t livelinessLeaseMs, const std::string& partition) {
     dds_qset_reliability(qos.Get(), DDS_RELIABILITY_RELIABLE, DDS_SECS(1));
     dds_qset_durability(qos.Get(), DDS_DURABILITY_VOLATILE);
     dds_qset_history(qos.Get(), DDS_HISTORY_KEEP_ALL, 0);
     if (livelinessLeaseMs != 0U) {
         dds_qset_liveliness(qos.Get(), DDS_LIVELINESS_AUTOMATIC, DDS_MSECS(livelinessLeaseMs));
     }
+    if (!partition.empty()) {
+        dds_qset_partition1(qos.Get(), partition.c_str());
+    }
+}
+
+std::uint32_t ReplyBucket(const brio::api::types::ClientId& id) noexcept {
+    // FNV-1a over the GUID prefix: both ends compute it, so it is part of the wire protocol.
+    std::uint32_t hash = 2166136261U;
+    for (std::size_t i = 0U; i < 12U; ++i) {
+        hash = (hash ^ id[i]) * 16777619U;
+    }
+    return hash % REPLY_BUCKETS;
+}
+
+std::string ReplyPartitionName(std::uint32_t bucket) {
+    return "kelp.reply." + std::to_string(bucket);
 }
 
 SampleMsg::~SampleMsg() {

@@ -20,8 +20,19 @@ namespace kelp::driver::dds {
 /// Reliable (writers block at most 1 s), volatile, KEEP_ALL: with keep-last a burst of
 /// requests overwrites samples not yet acknowledged and calls are lost silently. Readers
 /// keep no limit: their listener drains every sample as it arrives. `livelinessLeaseMs`
-/// (0: none) is the AUTOMATIC liveliness lease a reply writer advertises.
-void SetMethodQos(const Qos& qos, std::uint32_t livelinessLeaseMs);
+/// (0: none) is the AUTOMATIC liveliness lease a reply writer advertises; a non-empty
+/// `partition` puts the endpoint in that partition only.
+void SetMethodQos(const Qos& qos, std::uint32_t livelinessLeaseMs, const std::string& partition = {});
+
+/// Replies travel in REPLY_BUCKETS partitions. A client's reply readers sit in the bucket of
+/// its participant (the first 12 bytes of a client id, the GUID prefix); a server has one
+/// reply writer per bucket and writes each reply with the requester's. So a reply reaches
+/// the readers of one bucket, not every client of the method, and a server's writers are
+/// known to every client from its first discovery on.
+constexpr std::uint32_t REPLY_BUCKETS = 16U;
+std::uint32_t ReplyBucket(const brio::api::types::ClientId& id) noexcept;
+/// "kelp.reply.<bucket>".
+std::string ReplyPartitionName(std::uint32_t bucket);
 
 /// A request or reply taken from a reader. Its payload points into the sample it owns, so it
 /// stays valid as long as the record.
