@@ -20,6 +20,7 @@ using kelp::driver::dds::DomainRole;
 using kelp::driver::dds::DomainSettings;
 using std::nullopt;
 
+const std::string LINGER = "<Internal><WriterLingerDuration>100ms</WriterLingerDuration></Internal>,";
 const std::string LEASE = "<Discovery><LeaseDuration>1000ms</LeaseDuration></Discovery>,";
 const std::string LOOPBACK =
     R"(<General><Interfaces><NetworkInterface address="127.0.0.1" multicast="true"/></Interfaces></General>)";
@@ -104,7 +105,7 @@ TEST(DdsConfigTest, OnlyServingDomainsTakeAnIndexAndTheShortLeaseAndCycloneTakes
     };
     for (const auto& row : rows) {
         const std::string text = BuildDomainConfig(row.settings);
-        EXPECT_EQ(text, row.expected);
+        EXPECT_EQ(text, LINGER + row.expected);
         if (row.startsHere) {
             const dds_entity_t domain = dds_create_domain(229U, text.c_str());
             EXPECT_GT(domain, 0) << text;
@@ -145,7 +146,7 @@ TEST(DdsConfigTest, EnvironmentChoosesDiscoveryPeersAndUriAndEmptyMeansUnset) {
     for (const auto& row : rows) {
         const ScopedEnv discovery("KELP_DDS_DISCOVERY", row.discovery);
         const ScopedEnv peers("KELP_DDS_PEERS", row.peers);
-        EXPECT_EQ(DomainConfigFromEnvironment({"127.0.0.1", true}, 1000U, row.role, 7U), row.expected);
+        EXPECT_EQ(DomainConfigFromEnvironment({"127.0.0.1", true}, 1000U, row.role, 7U), LINGER + row.expected);
         if (!row.logLine.empty()) {
             EXPECT_TRUE(log.Contains(row.logLine)) << row.logLine;
         }
@@ -156,12 +157,12 @@ TEST(DdsConfigTest, EnvironmentChoosesDiscoveryPeersAndUriAndEmptyMeansUnset) {
             std::string("<Discovery><Tag>${DDS_CONFIG_TEST_PART}-${CYCLONEDDS_DOMAIN_ID}</Tag></Discovery>"));
         const ScopedEnv empty("KELP_DDS_CONFIG", std::string(""));
         EXPECT_EQ(DomainConfigFromEnvironment({"127.0.0.1", true}, 1000U, DomainRole::kServing, 7U),
-                  LEASE + "<Discovery><Tag>x-7</Tag></Discovery>");
+                  LINGER + LEASE + "<Discovery><Tag>x-7</Tag></Discovery>");
     }
     for (const char* nothing : {"", "${DDS_CONFIG_TEST_UNSET}"}) {
         const ScopedEnv uri("CYCLONEDDS_URI", std::string(nothing));
         EXPECT_EQ(DomainConfigFromEnvironment({"127.0.0.1", true}, 1000U, DomainRole::kClient, 7U),
-                  HUB_CLIENT + "," + TAG)
+                  LINGER + HUB_CLIENT + "," + TAG)
             << nothing;
     }
 }
@@ -184,8 +185,8 @@ TEST(DdsConfigTest, InitFailsWithCyclonesReasonForABrokenUri) {
         {"file:///nonexistent/kelp.xml", cannot + "can't open configuration file file:///nonexistent/kelp.xml]"},
         {"<General></Interfaces>",
          cannot + "config: //CycloneDDS/Domain/General: parser error open/close tag "
-                  "mismatch (Interfaces) at line 1 (CYCLONEDDS_URI+0 line 1)]"},
-        {"<Bogus/>", cannot + "config: //CycloneDDS/Domain: Bogus: unknown element (CYCLONEDDS_URI+0 line 1)]"},
+                  "mismatch (Interfaces) at line 1 (CYCLONEDDS_URI+72 line 1)]"},
+        {"<Bogus/>", cannot + "config: //CycloneDDS/Domain: Bogus: unknown element (CYCLONEDDS_URI+72 line 1)]"},
         {nullopt, ""},
     };
     for (const auto& row : rows) {

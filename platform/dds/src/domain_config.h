@@ -2,6 +2,8 @@
 //
 // dds_create_domain ignores CYCLONEDDS_URI when it is given a configuration, so the text is
 // built here, as comma-separated fragments (a later fragment overrides an earlier one):
+//   0. "<Internal><WriterLingerDuration>100ms</WriterLingerDuration></Internal>": deleting a
+//      writer waits at most that long for acknowledgements of what it wrote;
 //   1. for a serving domain only, the participant lease of the descriptor,
 //      "<Discovery><LeaseDuration>1000ms</LeaseDuration></Discovery>": clients notice a dead
 //      server through it, while a client's own lease is Cyclone's default (10 s), so that a
@@ -14,8 +16,10 @@
 //        other processes know without being told), a client domain takes none and sends its
 //        announcements to the indices of the peers (its own address by default). Clients
 //        thus find every serving process and never each other: discovery grows with the
-//        number of processes, not with its square. A client announces itself every second,
-//        so a restarted server learns of it within about a second.
+//        number of processes, not with its square. A client announces itself every second
+//        (to the ten index ports of each peer), so a server that starts after it (or
+//        restarts) learns of it within a second; Cyclone's own interval would be 8 s with
+//        the client's 10 s lease.
 //      - multicast: every participant discovers every other, on the descriptor's address
 //        with multicast="true" (lo has no MULTICAST flag: without it Cyclone falls back to
 //        unicast with indices 0-9 and the 11th process on a host fails);
