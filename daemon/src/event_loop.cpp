@@ -16,6 +16,9 @@ namespace tarn::em::daemon {
 
 namespace {
 
+/// How long launches may hold the loop before it looks at its events again.
+constexpr std::chrono::milliseconds LAUNCH_SLICE{10};
+
 sigset_t LoopSignals() {
     sigset_t set;
     sigemptyset(&set);
@@ -60,10 +63,13 @@ void EventLoop::Post(std::function<void(Supervisor&)> work) {
 
 void EventLoop::Run() {
     bool stopping = false;
+    bool launching = true;  // Start() may have queued launches
     Clock::time_point firstSignal{};
     while (!(stopping && supervisor_.Finished())) {
         int timeout = -1;
-        if (const auto next = supervisor_.NextDeadline()) {
+        if (launching) {
+            timeout = 0;  // queued launches go on once the events that came meanwhile are handled
+        } else if (const auto next = supervisor_.NextDeadline()) {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(*next - Clock::now()).count();
             timeout = static_cast<int>(std::max<long long>(0, std::min<long long>(left + 1, 60000)));
         }
@@ -92,6 +98,7 @@ void EventLoop::Run() {
             RunPosted();
         }
         supervisor_.OnTimer(Clock::now());
+        launching = supervisor_.LaunchQueued(Clock::now() + LAUNCH_SLICE);
     }
     const std::lock_guard<std::mutex> lock(mutex_);
     ended_ = true;

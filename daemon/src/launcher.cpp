@@ -1,5 +1,8 @@
-// fork/exec of supervised processes. Between fork and exec the child runs only
-// async-signal-safe system calls: every string and array it needs is built beforehand.
+// vfork/exec of supervised processes. The child borrows emd's memory until it execs, so it
+// runs only async-signal-safe system calls, changes nothing of emd's, and never returns:
+// every string and array it needs is built beforehand. vfork copies no page tables (a fork
+// of emd at a few hundred processes cost about 6 ms here, a vfork 2.5 ms with the exec), and
+// emd resumes once the child has exec'd or failed, so the status pipe is read without waiting.
 #include "launcher.h"
 
 #include <fcntl.h>
@@ -86,7 +89,7 @@ enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2 };
     _exit(127);
 }
 
-/// Runs in the child between fork and exec.
+/// Runs in the child between vfork and exec.
 [[noreturn]] void RunChild(
     pid_t parent, int statusFd, const char* path, char* const* argv, char* const* envp, const char* workingDirectory) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -94,14 +97,15 @@ enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2 };
         _exit(127);  // emd died before the death signal was armed
     }
     setpgid(0, 0);
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
+    // Dispositions first, then the mask: no handler of emd's may run in the child.
     struct sigaction byDefault {};
     byDefault.sa_handler = SIG_DFL;
     for (const int signal : {SIGPIPE, SIGTERM, SIGINT, SIGCHLD}) {
         sigaction(signal, &byDefault, nullptr);
     }
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
     const int devNull = open("/dev/null", O_RDONLY);
     if (devNull < 0 || dup2(devNull, STDIN_FILENO) < 0) {
         ChildFail(statusFd, kStdin, errno);
@@ -133,7 +137,7 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
         return {-1, std::string("pipe failed: ") + std::strerror(errno)};
     }
     const pid_t parent = getpid();
-    const pid_t pid = fork();
+    const pid_t pid = vfork();  // NOLINT(cert-env33-c): see the file comment
     if (pid == 0) {
         RunChild(parent, status[1], path.c_str(), argv.data(), envp.data(), process.workingDirectory.c_str());
     }
@@ -141,7 +145,7 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
     close(status[1]);
     if (pid < 0) {
         close(status[0]);
-        return {-1, std::string("fork failed: ") + std::strerror(forkError)};
+        return {-1, std::string("vfork failed: ") + std::strerror(forkError)};
     }
     int report[2] = {kExec, EIO};
     ssize_t got = 0;

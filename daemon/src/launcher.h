@@ -26,7 +26,7 @@ public:
     virtual bool Signal(pid_t pid, int signal) = 0;
 };
 
-/// fork and exec. Each child runs in a process group of its own (a terminal's Ctrl-C reaches
+/// vfork and exec. Each child runs in a process group of its own (a terminal's Ctrl-C reaches
 /// emd, which stops the children in order), with an empty signal mask, standard input from
 /// /dev/null, no descriptor of emd's but standard output and error, and the death signal
 /// SIGKILL, so that no child outlives a killed emd. The executable is checked (absolute,

@@ -120,6 +120,9 @@ ara::core::Result<ara::core::String, ara::core::ErrorCode> Supervisor::GetState(
     if (groups_[*index].failed) {
         return R::FromError(ara::exec::MakeErrorCode(ExecErrc::kFailed, 0));
     }
+    if (groups_[*index].current.empty()) {
+        return R::FromError(ara::exec::MakeErrorCode(ExecErrc::kBusy, 0));
+    }
     return R::FromValue(groups_[*index].current);
 }
 
@@ -353,7 +356,9 @@ void Supervisor::Shutdown(Clock::time_point now) {
         }
     }
     Answer(initialWaiters_, Error(ExecErrc::kFailed));
+    launchQueue_.clear();
     for (Proc& proc : procs_) {
+        proc.queued = false;
         Answer(proc.restartWaiters, Error(ExecErrc::kFailed));
         if (proc.pid <= 0) {
             proc.phase = Phase::kIdle;
@@ -412,7 +417,11 @@ void Supervisor::Converge(std::size_t index, Clock::time_point now) {
             continue;
         }
         const bool wanted = RunsIn(proc, target);
-        if (!wanted && (proc.phase == Phase::kStarting || proc.phase == Phase::kRunning)) {
+        if (!wanted && proc.queued) {
+            proc.queued = false;
+            proc.phase = Phase::kIdle;
+            Answer(proc.restartWaiters, Error(ExecErrc::kCancelled));
+        } else if (!wanted && (proc.phase == Phase::kStarting || proc.phase == Phase::kRunning)) {
             Answer(proc.restartWaiters, Error(ExecErrc::kCancelled));
             Stop(proc, AfterStop::kIdle, false, now);
         } else if (!wanted && (proc.phase == Phase::kRestarting || proc.phase == Phase::kFailed)) {
@@ -431,16 +440,40 @@ void Supervisor::Converge(std::size_t index, Clock::time_point now) {
         }
         if (proc.phase == Phase::kIdle || proc.phase == Phase::kFailed) {
             proc.restartsUsed = 0U;
-            if (!Launch(proc, now)) {
-                EndTransition(index, Error(ExecErrc::kFailed), "process " + proc.config->name + " did not start");
-                return;
-            }
+            Queue(proc);
         }
         starting = starting || proc.phase != Phase::kRunning;
     }
     if (!starting) {
         EndTransition(index, {}, "completed");
     }
+}
+
+void Supervisor::Queue(Proc& proc) {
+    proc.phase = Phase::kStarting;
+    proc.queued = true;
+    proc.deadline.reset();  // the start-up time-out runs from the launch
+    launchQueue_.push_back(static_cast<std::size_t>(&proc - procs_.data()));
+}
+
+bool Supervisor::LaunchQueued(Clock::time_point until) {
+    bool launched = false;
+    while (!launchQueue_.empty() && (!launched || Clock::now() < until)) {
+        Proc& proc = procs_[launchQueue_.front()];
+        launchQueue_.pop_front();
+        if (!proc.queued) {
+            continue;  // stopped or launched another way while it waited
+        }
+        proc.queued = false;
+        launched = true;
+        if (!Launch(proc, Clock::now())) {
+            const Group& group = groups_[proc.group];
+            if (group.target && RunsIn(proc, *group.target)) {
+                EndTransition(proc.group, Error(ExecErrc::kFailed), "process " + proc.config->name + " did not start");
+            }
+        }
+    }
+    return !launchQueue_.empty();
 }
 
 bool Supervisor::Launch(Proc& proc, Clock::time_point now) {
@@ -454,8 +487,8 @@ bool Supervisor::Launch(Proc& proc, Clock::time_point now) {
     }
     proc.pid = spawned.pid;
     proc.phase = Phase::kStarting;
+    proc.queued = false;
     proc.launchedAt = now;
-    proc.launchOrder = ++launches_;
     proc.deadline = now + proc.config->startupTimeout;
     proc.afterStop = AfterStop::kIdle;
     proc.killed = false;
@@ -466,6 +499,13 @@ bool Supervisor::Launch(Proc& proc, Clock::time_point now) {
 }
 
 void Supervisor::Stop(Proc& proc, AfterStop after, bool kill, Clock::time_point now) {
+    if (proc.queued) {  // no OS process yet: a restart keeps its place in the queue
+        if (after != AfterStop::kRelaunch) {
+            proc.queued = false;
+            proc.phase = after == AfterStop::kFailed ? Phase::kFailed : Phase::kIdle;
+        }
+        return;
+    }
     log_->info() << "[Supervisor][Stopping][process=" << proc.config->name << ", pid=" << proc.pid
                  << ", signal=" << (kill ? "SIGKILL" : "SIGTERM") << "]";
     proc.phase = Phase::kTerminating;
@@ -555,18 +595,21 @@ void Supervisor::Answer(std::vector<Completion>& waiters, const Outcome& outcome
 }
 
 void Supervisor::ContinueShutdown(Clock::time_point now) {
-    Proc* last = nullptr;
+    // The other groups' processes first, all at once; MachineFG's, the machine's own, last.
+    const auto inMachine = [this](const Proc& proc) { return groups_[proc.group].config->name == MACHINE_FG; };
+    const bool othersLeft =
+        std::any_of(procs_.begin(), procs_.end(), [&](const Proc& p) { return p.pid > 0 && !inMachine(p); });
+    bool left = false;
     for (Proc& proc : procs_) {
-        if (proc.pid > 0 && proc.phase == Phase::kTerminating) {
-            return;  // one at a time
+        if (proc.pid <= 0) {
+            continue;
         }
-        if (proc.pid > 0 && (last == nullptr || proc.launchOrder > last->launchOrder)) {
-            last = &proc;
+        left = true;
+        if (proc.phase != Phase::kTerminating && (!othersLeft || !inMachine(proc))) {
+            Stop(proc, AfterStop::kIdle, false, now);
         }
     }
-    if (last != nullptr) {
-        Stop(*last, AfterStop::kIdle, false, now);
-    } else {
+    if (!left) {
         log_->info() << "[Supervisor][Every process stopped]";
     }
 }

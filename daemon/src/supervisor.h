@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -43,6 +44,11 @@ public:
     /// Moves every function group to its initial state; the outcome of MachineFG's move is
     /// what GetInitialResult answers.
     void Start(Clock::time_point now);
+    /// Launches the processes that transitions queued, in order, until one has been launched
+    /// and `until` has passed; true when some are still queued. The event loop calls it
+    /// between its other events, so that hundreds of launches never hold up a signal, an exit
+    /// or a request.
+    bool LaunchQueued(Clock::time_point until);
     /// Asks `group` to move to `state`: kInvalidArguments for an unknown group or state; a
     /// transition still under way for the group ends with kCancelled. `done` runs when the
     /// transition completed (success) or failed (kFailed).
@@ -50,7 +56,8 @@ public:
     /// `done` runs once the initial transition of MachineFG has ended.
     void GetInitialResult(Completion done);
     /// The state the group is in; kFailed when its last transition failed or a process of
-    /// it used up its restarts; kInvalidArguments for an unknown group.
+    /// it used up its restarts; kBusy while it has no state yet (its first transition is
+    /// under way); kInvalidArguments for an unknown group.
     ara::core::Result<ara::core::String, ara::core::ErrorCode> GetState(const std::string& group) const;
     /// One entry per configured process, in manifest order.
     std::vector<ara::exec::Process> ProcessStates() const;
@@ -67,8 +74,9 @@ public:
     void OnTimer(Clock::time_point now);
     /// The earliest pending time-out.
     std::optional<Clock::time_point> NextDeadline() const;
-    /// Stops every process in reverse start order, one after the other; pending requests end
-    /// with kFailed. Called again, kills whatever still runs.
+    /// Stops the processes of every group but MachineFG at once, then, once they are gone,
+    /// those of MachineFG; pending requests end with kFailed. Called again, kills whatever
+    /// still runs.
     void Shutdown(Clock::time_point now);
     /// True once Shutdown was asked and no process is left.
     bool Finished() const;
@@ -82,10 +90,10 @@ private:
         pid_t pid{-1};
         std::optional<Clock::time_point> deadline;
         Clock::time_point launchedAt{};
-        std::uint64_t launchOrder{0U};
         AfterStop afterStop{AfterStop::kIdle};
         bool killed{false};
         bool reportedTerminating{false};
+        bool queued{false};  // Starting, waiting in the launch queue: no OS process yet
         unsigned int restartsUsed{0U};
         std::vector<Completion> restartWaiters;
     };
@@ -105,6 +113,8 @@ private:
     bool RunsIn(const Proc& proc, const std::string& state) const;
     void Converge(std::size_t group, Clock::time_point now);
     bool Launch(Proc& proc, Clock::time_point now);
+    /// Starting, launched later by LaunchQueued.
+    void Queue(Proc& proc);
     void Stop(Proc& proc, AfterStop after, bool kill, Clock::time_point now);
     void ProcessFailed(Proc& proc, const std::string& why, Clock::time_point now);
     void ApplyRestartPolicy(Proc& proc, Clock::time_point now);
@@ -116,7 +126,7 @@ private:
     Launcher& launcher_;
     std::vector<Group> groups_;
     std::vector<Proc> procs_;
-    std::uint64_t launches_{0U};
+    std::deque<std::size_t> launchQueue_;  // indices into procs_
     std::optional<Outcome> initialResult_;
     std::vector<Completion> initialWaiters_;
     bool shuttingDown_{false};
