@@ -9,9 +9,10 @@
 #include "ara/exec/execution_client.h"
 #include "ara/exec/recovery_action_client.h"
 #include "ara/exec/state_client.h"
+#include "ara_test/em_client_case.h"
 
 TEST(ClientsExitTest, EveryClientConstructedAndNoCallMade) {
-    const std::string tag = "<Discovery><Tag>clients-exit-" + std::to_string(getpid()) + "</Tag></Discovery>";
+    const std::string tag = ara_test::OwnTag("clients-exit");
     setenv("KELP_DDS_CONFIG", tag.c_str(), 1);
     const ara::exec::ExecutionClient execution;
     const ara::exec::StateClient state;

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "ara/quill/common/log/log.h"
+#include "ara_test/em_client_case.h"
 #include "kelp/brio/driver/driver.h"
 #include "kelp/driver/dds/dds_driver.h"
 #include "kelp/driver/dds/dds_types.h"
@@ -70,7 +71,7 @@ class DdsRpcTest : public ::testing::Test {
 protected:
     // One discovery tag per test process, so that ctest -j2 runs never meet.
     static void SetUpTestSuite() {
-        const std::string tag = "<Discovery><Tag>dds_rpc_test-" + std::to_string(getpid()) + "</Tag></Discovery>";
+        const std::string tag = ara_test::OwnTag("dds_rpc_test");
         setenv("KELP_DDS_CONFIG", tag.c_str(), 1);
         ASSERT_TRUE(kelp::driver::dds::DDSDriver::Init());
     }

@@ -18,10 +18,10 @@ struct Outcome {
     std::string err;  ///< standard error, without its final line feed
 };
 
-Outcome Emctl(const std::string& args, const std::string& tag) {
+Outcome Emctl(const std::string& args, const std::string& config) {
     const ara_test::TempDir dir;
     ara_test::ChildProcess emctl({"/bin/sh", "-c", "exec " EMCTL " " + args + " 2>" + dir / "err"},
-                                 {"KELP_DDS_CONFIG=<Discovery><Tag>" + tag + "</Tag></Discovery>"});
+                                 {"KELP_DDS_CONFIG=" + config});
     emctl.WaitForLine("\x01", std::chrono::seconds(120));  // reads every line until the end
     const int code = emctl.Wait();
     std::ifstream errFile(dir / "err");
@@ -30,8 +30,8 @@ Outcome Emctl(const std::string& args, const std::string& tag) {
 }
 
 TEST(EmctlTest, EveryVerbAgainstEmd) {
-    const std::string tag = "emctl-" + std::to_string(getpid());
-    setenv("KELP_DDS_CONFIG", ("<Discovery><Tag>" + tag + "</Tag></Discovery>").c_str(), 1);
+    const std::string tag = ara_test::OwnTag("emctl");
+    setenv("KELP_DDS_CONFIG", tag.c_str(), 1);
     ara_test::ChildProcess emd({EMD, "--manifest", EXAMPLE_MANIFEST, "--log", "none"});
     ASSERT_TRUE(emd.WaitForLine("ready"));
     const std::string unknown = "Invalid argument was passed", general = "Some unspecified error occurred";
@@ -89,7 +89,7 @@ TEST(EmctlTest, EveryVerbAgainstEmd) {
 
     // No Execution Management on another discovery tag.
     for (const std::string args : {"state get MachineFG", "ps"}) {
-        const Outcome run = Emctl(args, tag + "-nobody");
+        const Outcome run = Emctl(args, ara_test::OwnTag("emctl-nobody"));
         EXPECT_EQ(run.code, 3) << args;
         EXPECT_EQ(run.err, "emctl: " + args + ": Communication error occurred (ARA_LOG_SINK=console shows why)");
     }

@@ -37,11 +37,13 @@ std::string Code(ara::core::Future<void, ara::core::ErrorCode> future) {
                                                                     : "no answer";
 }
 
-/// emd on `manifest`, and the state manager's and health manager's clients.
+/// emd on `manifest`, and the state manager's and health manager's clients, made once emd is
+/// ready (a client made before finds it only with its next announcement, up to a second later).
 class Emd {
 public:
-    explicit Emd(const std::string& manifest) : process_({EMD, "--manifest", manifest}) {
-        EXPECT_TRUE(process_.WaitForLine("ready"));
+    explicit Emd(const std::string& manifest)
+        : process_({EMD, "--manifest", manifest}), ready_(process_.WaitForLine("ready")) {
+        EXPECT_TRUE(ready_);
     }
     ara_test::ChildProcess& Process() { return process_; }
     Alive Running() { return ara_test::Children(process_.Pid()); }
@@ -70,12 +72,15 @@ public:
         }
         return "(not listed)";
     }
-    ara::exec::StateClient state_;
-    ara::exec::RecoveryActionClient recovery_{"emd_test"};
 
 private:
     ara_test::ChildProcess process_;
+    bool ready_;
     std::list<std::string> texts_;
+
+public:
+    ara::exec::StateClient state_;
+    ara::exec::RecoveryActionClient recovery_{"emd_test"};
 };
 
 class EmdTest : public ::testing::TestWithParam<const char*> {};

@@ -19,7 +19,8 @@ script_name=secured
 source "$(dirname "${BASH_SOURCE[0]}")/script_support.sh"
 
 export NET='<General><Interfaces><NetworkInterface address="127.0.0.1" multicast="true"/></Interfaces></General>'
-export KELP_DDS_CONFIG="<Discovery><Tag>secured-$$-$RANDOM</Tag></Discovery>"
+own_ports > "$work/ports"  # not in $(...): the lock must stay with this shell
+export KELP_DDS_CONFIG="<Discovery><Tag>secured-$$-$RANDOM</Tag><Ports><Base>$(cat "$work/ports")</Base></Ports></Discovery>"
 pki="$work/pki"
 "$pki_tool" -o "$pki" > /dev/null || fail "ara-exec-pki failed"
 for key in "$pki"/*.key; do

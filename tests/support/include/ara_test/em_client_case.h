@@ -4,7 +4,9 @@
 #ifndef ARA_TEST_EM_CLIENT_CASE_H
 #define ARA_TEST_EM_CLIENT_CASE_H
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -66,9 +68,33 @@ bool Eventually(Condition condition, std::chrono::milliseconds timeout = std::ch
     return true;
 }
 
-/// A discovery configuration with a tag of this process's own, so that parallel runs never meet.
+/// A port base that no other test running on this machine holds: slot k of 20 is the base
+/// 10000 + 1100 k (a domain's ports for indices 0-9 lie within 1030 of the base, for the
+/// domains 0 to 4), taken by an exclusive lock on /tmp/ara_exec_test_ports.<k> that this
+/// process holds until it ends.
+inline int OwnPortBase() {
+    static const int base = [] {
+        for (int slot = 0; slot < 20; ++slot) {
+            const std::string path = "/tmp/ara_exec_test_ports." + std::to_string(slot);
+            const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+            if (fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0) {
+                return 10000 + 1100 * slot;  // the descriptor stays open: it is the lock
+            }
+            if (fd >= 0) {
+                close(fd);
+            }
+        }
+        return 10000 + 1100 * static_cast<int>(getpid() % 20);
+    }();
+    return base;
+}
+
+/// A discovery configuration that keeps this process, and those it starts with it, apart from
+/// every other test: a Tag of its own, and ports of its own. Serving processes take the ports
+/// of participant indices 0-9 whatever their Tag, so a Tag alone would share them.
 inline std::string OwnTag(const std::string& prefix) {
-    return "<Discovery><Tag>" + prefix + "-" + std::to_string(getpid()) + "</Tag></Discovery>";
+    return "<Discovery><Tag>" + prefix + "-" + std::to_string(getpid()) + "</Tag><Ports><Base>" +
+           std::to_string(OwnPortBase()) + "</Base></Ports></Discovery>";
 }
 
 #ifdef EM_TEST_SERVER
