@@ -25,17 +25,21 @@ int main(int argc, char** argv) {
     std::signal(SIGTERM, [](int) { g_stop = 1; });
 
     const ara::exec::ExecutionClient client;
-    // The first report waits for Execution Management to be found; retry while it is not.
+    // The first report waits for Execution Management to be found; retry while it is not (on
+    // a machine that starts hundreds of processes at once that may take a while). emd ends an
+    // application that never reports with its start-up time-out.
     bool reported = false;
-    for (int attempt = 0; attempt < 100 && !reported && g_stop == 0; ++attempt) {
+    for (int attempt = 1; !reported && g_stop == 0; ++attempt) {
+        if (attempt == 100) {
+            std::fprintf(stderr, "%s: Execution Management has not accepted kRunning yet, still trying\n", name.c_str());
+        }
         reported = client.ReportExecutionState(ara::exec::ExecutionState::kRunning).HasValue();
         if (!reported) {
             usleep(200000U);
         }
     }
     if (!reported) {
-        std::fprintf(stderr, "%s: Execution Management did not accept kRunning\n", name.c_str());
-        return 1;
+        return 0;  // stopped before Execution Management answered
     }
     std::printf("%s (pid %d): running\n", name.c_str(), static_cast<int>(getpid()));
     std::fflush(stdout);

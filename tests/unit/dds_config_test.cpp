@@ -21,7 +21,8 @@ using kelp::driver::dds::DomainSettings;
 using std::nullopt;
 
 const std::string LINGER = "<Internal><WriterLingerDuration>100ms</WriterLingerDuration></Internal>,";
-const std::string LEASE = "<Discovery><LeaseDuration>1000ms</LeaseDuration></Discovery>,";
+const std::string RECEIVE_BUFFER = R"(<Internal><SocketReceiveBufferSize max="4MiB"/></Internal>,)";
+const std::string LEASE = RECEIVE_BUFFER + "<Discovery><LeaseDuration>1000ms</LeaseDuration></Discovery>,";
 const std::string LOOPBACK =
     R"(<General><Interfaces><NetworkInterface address="127.0.0.1" multicast="true"/></Interfaces></General>)";
 const std::string HUB_NET =
@@ -31,7 +32,7 @@ const std::string HUB_SERVING =
     R"(<Discovery><ParticipantIndex>auto</ParticipantIndex><Peers><Peer address="127.0.0.1"/></Peers></Discovery>)";
 const std::string HUB_CLIENT =
     HUB_NET + R"(<Discovery><ParticipantIndex>none</ParticipantIndex><Peers><Peer address="127.0.0.1"/></Peers>)"
-              "<SPDPInterval>1s</SPDPInterval></Discovery>";
+              "<SPDPInterval>4s</SPDPInterval></Discovery>";
 const std::string TAG = "<Discovery><Tag>dds_config_test</Tag></Discovery>";
 
 // Sets (or with nullopt, unsets) a variable and restores it when the scope ends.
@@ -84,11 +85,11 @@ TEST(DdsConfigTest, OnlyServingDomainsTakeAnIndexAndTheShortLeaseAndCycloneTakes
         {remote,
          R"(<General><Interfaces><NetworkInterface address="10.77.0.2"/></Interfaces><AllowMulticast>false</AllowMulticast></General>)"
          R"(<Discovery><ParticipantIndex>none</ParticipantIndex><Peers><Peer address="10.77.0.1"/><Peer address="em-host"/></Peers>)"
-         "<SPDPInterval>1s</SPDPInterval></Discovery>",
+         "<SPDPInterval>4s</SPDPInterval></Discovery>",
          false},
         {Settings(R::kServing, M::kMulticast), LEASE + LOOPBACK, true},
         {Settings(R::kClient, M::kMulticast, {"127.0.0.1", true}, nullopt, TAG), LOOPBACK + "," + TAG, true},
-        {noLease, LOOPBACK, true},
+        {noLease, RECEIVE_BUFFER + LOOPBACK, true},
         {Settings(R::kClient, M::kMulticast, {"a\"<&>", false}),
          R"(<General><Interfaces><NetworkInterface address="a&quot;&lt;&amp;&gt;" multicast="false"/></Interfaces></General>)",
          false},

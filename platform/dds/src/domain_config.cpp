@@ -24,6 +24,10 @@ namespace {
 // a server that stops after answering clients that have exited would otherwise wait a second
 // per writer that wrote to them, since an exited client is known as such only after its lease.
 const char* const WRITER_LINGER = "<Internal><WriterLingerDuration>100ms</WriterLingerDuration></Internal>";
+// A serving process receives the announcements of every client that starts: hundreds at once
+// overflowed Cyclone's 1 MiB socket buffer here, and what is dropped comes again only after a
+// resend interval. The kernel caps the request at net.core.rmem_max (Debian's default 208 KiB).
+const char* const SERVING_RECEIVE_BUFFER = "<Internal><SocketReceiveBufferSize max=\"4MiB\"/></Internal>";
 
 std::optional<std::string> Environment(const char* name) {
     const char* value = std::getenv(name);
@@ -131,11 +135,14 @@ std::string DiscoveryFragment(const DomainSettings& settings) {
     return "<General><Interfaces><NetworkInterface address=\"" + XmlAttribute(address) +
            "\"/></Interfaces><AllowMulticast>false</AllowMulticast></General><Discovery><ParticipantIndex>" +
            (serving ? "auto" : "none") + "</ParticipantIndex><Peers>" + peers + "</Peers>" +
-           (serving ? "" : "<SPDPInterval>1s</SPDPInterval>") + "</Discovery>";
+           (serving ? "" : "<SPDPInterval>4s</SPDPInterval>") + "</Discovery>";
 }
 
 std::string BuildDomainConfig(const DomainSettings& settings) {
     std::string config = std::string(WRITER_LINGER) + ",";
+    if (settings.role == DomainRole::kServing) {
+        config += std::string(SERVING_RECEIVE_BUFFER) + ",";
+    }
     if (settings.role == DomainRole::kServing && settings.participantLeaseMs != 0U) {
         config += "<Discovery><LeaseDuration>" + std::to_string(settings.participantLeaseMs) +
                   "ms</LeaseDuration></Discovery>,";

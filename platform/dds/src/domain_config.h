@@ -4,7 +4,8 @@
 // built here, as comma-separated fragments (a later fragment overrides an earlier one):
 //   0. "<Internal><WriterLingerDuration>100ms</WriterLingerDuration></Internal>": deleting a
 //      writer waits at most that long for acknowledgements of what it wrote;
-//   1. for a serving domain only, the participant lease of the descriptor,
+//   1. for a serving domain only, a socket receive buffer of up to 4 MiB (hundreds of clients
+//      announce themselves at once) and the participant lease of the descriptor,
 //      "<Discovery><LeaseDuration>1000ms</LeaseDuration></Discovery>": clients notice a dead
 //      server through it, while a client's own lease is Cyclone's default (10 s), so that a
 //      server under load does not expire hundreds of clients it only needs for their requests;
