@@ -20,7 +20,9 @@ using kelp::driver::dds::DomainRole;
 using kelp::driver::dds::DomainSettings;
 using std::nullopt;
 
-const std::string LINGER = "<Internal><WriterLingerDuration>100ms</WriterLingerDuration></Internal>,";
+const std::string LINGER =
+    "<Internal><WriterLingerDuration>20ms</WriterLingerDuration></Internal>,"
+    "<Internal><HeartbeatInterval>1s</HeartbeatInterval></Internal>,";
 const std::string RECEIVE_BUFFER = R"(<Internal><SocketReceiveBufferSize max="4MiB"/></Internal>,)";
 const std::string LEASE = RECEIVE_BUFFER + "<Discovery><LeaseDuration>1000ms</LeaseDuration></Discovery>,";
 const std::string LOOPBACK =
@@ -186,8 +188,8 @@ TEST(DdsConfigTest, InitFailsWithCyclonesReasonForABrokenUri) {
         {"file:///nonexistent/kelp.xml", cannot + "can't open configuration file file:///nonexistent/kelp.xml]"},
         {"<General></Interfaces>",
          cannot + "config: //CycloneDDS/Domain/General: parser error open/close tag "
-                  "mismatch (Interfaces) at line 1 (CYCLONEDDS_URI+72 line 1)]"},
-        {"<Bogus/>", cannot + "config: //CycloneDDS/Domain: Bogus: unknown element (CYCLONEDDS_URI+72 line 1)]"},
+                  "mismatch (Interfaces) at line 1 (CYCLONEDDS_URI+134 line 1)]"},
+        {"<Bogus/>", cannot + "config: //CycloneDDS/Domain: Bogus: unknown element (CYCLONEDDS_URI+134 line 1)]"},
         {nullopt, ""},
     };
     for (const auto& row : rows) {

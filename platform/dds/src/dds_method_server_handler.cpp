@@ -49,6 +49,9 @@ struct DDSMethodServerHandler::Core : ListenerTarget {
 
     Outcome TryWrite(const ReplyPump::Reply& reply);
     void Expired(const ReplyPump::Reply& reply);
+    /// The writer of the reply's bucket once it has matched the requester's reply reader, else
+    /// 0 (and -1 once closed). Rescans the bucket's readers when a match event marked it stale.
+    dds_entity_t WriterFor(const types::ClientId& client);
 
     Domain& domain;
     const std::string requestTopicName;
@@ -87,7 +90,7 @@ bool DDSMethodServerHandler::Core::Open() {
         for (std::uint32_t bucket = 0U; bucket < REPLY_BUCKETS; ++bucket) {
             stale[bucket].store(true);
             const Qos writerQos;
-            SetMethodQos(writerQos, livelinessLeaseMs, ReplyPartitionName(bucket));
+            SetMethodQos(writerQos, livelinessLeaseMs, ReplyPartitionName(bucket), 0);
             const Listener writerListener(this);
             dds_lset_publication_matched(writerListener.Get(), &Core::OnReplyMatched);
             writers[bucket] =
@@ -190,32 +193,40 @@ std::set<types::ClientId> DDSMethodServerHandler::Core::MatchedReaders(dds_entit
     return found;
 }
 
-DDSMethodServerHandler::Core::Outcome DDSMethodServerHandler::Core::TryWrite(const ReplyPump::Reply& reply) {
-    const std::uint32_t bucket = ReplyBucket(reply.header.clientId);
-    dds_entity_t writer = 0;
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        if (closed) {
-            queued.fetch_sub(1U);
-            return Outcome::kDropped;  // counted in the line the closing handler logged
-        }
-        writer = writers[bucket].Get();
-        if (stale[bucket].exchange(false)) {
-            // A match event after the exchange marks it stale again, so none is missed.
-            lock.unlock();
-            std::set<types::ClientId> matched = MatchedReaders(writer);
-            lock.lock();
-            knownClients[bucket].swap(matched);
-        }
-        if (knownClients[bucket].count(reply.header.clientId) == 0U) {
-            return Outcome::kNotMatched;
-        }
+dds_entity_t DDSMethodServerHandler::Core::WriterFor(const types::ClientId& client) {
+    const std::uint32_t bucket = ReplyBucket(client);
+    std::unique_lock<std::mutex> lock(mutex);
+    if (closed) {
+        return -1;
     }
-    queued.fetch_sub(1U);
+    const dds_entity_t writer = writers[bucket].Get();
+    if (stale[bucket].exchange(false)) {
+        // A match event after the exchange marks it stale again, so none is missed.
+        lock.unlock();
+        std::set<types::ClientId> matched = MatchedReaders(writer);
+        lock.lock();
+        knownClients[bucket].swap(matched);
+    }
+    return knownClients[bucket].count(client) != 0U ? writer : 0;
+}
+
+DDSMethodServerHandler::Core::Outcome DDSMethodServerHandler::Core::TryWrite(const ReplyPump::Reply& reply) {
+    const dds_entity_t writer = WriterFor(reply.header.clientId);
+    if (writer == 0) {
+        return Outcome::kNotMatched;
+    }
+    if (writer < 0) {
+        queued.fetch_sub(1U);
+        return Outcome::kDropped;  // counted in the line the closing handler logged
+    }
     const kelp_dds_MethodSample sample = MakeSample(reply.header,
                                                     reply.payload.empty() ? nullptr : reply.payload.data(),
                                                     static_cast<std::uint32_t>(reply.payload.size()));
     const DdsStatus status(dds_write(writer, &sample));
+    if (status.Code() == DDS_RETCODE_TIMEOUT) {
+        return Outcome::kBusy;  // it would have to wait for acknowledgements
+    }
+    queued.fetch_sub(1U);
     if (!status.Ok()) {
         dropped.fetch_add(1U);
         logger->warn("DDSMethodServerHandler_write", SERVER_LOG_LIMIT)
@@ -284,8 +295,16 @@ bool DDSMethodServerHandler::SendReply(const types::MethodMsg& request,
     if (payload != nullptr && size != 0U) {
         reply.payload.assign(payload, payload + size);
     }
+    // Written at once on this thread when none of this server's replies waits in the pump
+    // (which keeps the replies to one client in order), the client is matched and the writer
+    // need not wait; otherwise by the pump.
+    if (core.queued.fetch_add(1U) == 0U) {
+        const Core::Outcome outcome = core.TryWrite(reply);
+        if (outcome == Core::Outcome::kWritten || outcome == Core::Outcome::kDropped) {
+            return true;
+        }
+    }
     reply.sink = std::shared_ptr<ReplyPump::Sink>(core_, &core.sink);  // keeps the core alive
-    core.queued.fetch_add(1U);
     core.domain.Replies().Submit(std::move(reply));
     return true;
 }

@@ -13,8 +13,8 @@ class Domain;
 
 /// Requests are delivered from the request reader's listener (a Cyclone thread, or the
 /// client's write for in-process delivery); each record owns its sample, so a receiver may
-/// keep it. The reply writer advertises the descriptor's liveliness lease, by which clients
-/// notice a dead server.
+/// keep it. One reply writer per reply bucket (method_endpoint.h), each advertising the
+/// descriptor's liveliness lease, by which clients notice a dead server.
 /// @thread-safety every operation may be called from any thread.
 class DDSMethodServerHandler final : public brio::driver::MethodServerHandler {
 public:
@@ -23,9 +23,10 @@ public:
     ~DDSMethodServerHandler() override;
 
     void RegisterRequestCallback(RequestCallback callback) override;
-    /// Waits up to 500 ms until the reply writer has matched the requesting client's reply
-    /// reader (a new client's request can arrive before that match): otherwise the reply is
-    /// dropped with a log line.
+    /// Never waits. Writes the reply at once when the requester's reply reader is matched and
+    /// nothing of this server is held; otherwise hands it to the domain's reply pump, which
+    /// writes it once the reader is matched (a new client's request can arrive before that
+    /// match) or drops it with a log line after ReplyPump::HOLD_LIMIT. True once taken.
     bool SendReply(const brio::api::types::MethodMsg& request,
                    const unsigned char* payload,
                    std::uint32_t size,

@@ -20,10 +20,18 @@
 namespace kelp::driver::dds {
 namespace {
 
-// Deleting a reliable writer waits this long for acknowledgements (Cyclone's default is 1 s):
-// a server that stops after answering clients that have exited would otherwise wait a second
-// per writer that wrote to them, since an exited client is known as such only after its lease.
-const char* const WRITER_LINGER = "<Internal><WriterLingerDuration>100ms</WriterLingerDuration></Internal>";
+// Deleting a reliable writer waits this long for acknowledgements (Cyclone's default is 1 s),
+// writer after writer: a server that stops after answering clients that have exited would
+// otherwise wait a second per writer that wrote to them, since an exited client is known as
+// such only after its lease. The reply a server wrote just before it stops is still sent.
+const char* const WRITER_LINGER = "<Internal><WriterLingerDuration>20ms</WriterLingerDuration></Internal>";
+// A reliable writer with data some reader has not acknowledged sends heartbeats, every 100 ms by
+// Cyclone's default, and to all its readers unless exactly one lags; every reader answers each.
+// The discovery writers of a serving process lag behind every client that is joining, so a
+// boot of 500 clients turned into millions of packets and took minutes here; at 1 s it took
+// 150 thousand. Repairing a lost sample may take as long, which is still within a client's
+// 1.9 s reply wait.
+const char* const HEARTBEAT_INTERVAL = "<Internal><HeartbeatInterval>1s</HeartbeatInterval></Internal>";
 // A serving process receives the announcements of every client that starts: hundreds at once
 // overflowed Cyclone's 1 MiB socket buffer here, and what is dropped comes again only after a
 // resend interval. The kernel caps the request at net.core.rmem_max (Debian's default 208 KiB).
@@ -139,7 +147,7 @@ std::string DiscoveryFragment(const DomainSettings& settings) {
 }
 
 std::string BuildDomainConfig(const DomainSettings& settings) {
-    std::string config = std::string(WRITER_LINGER) + ",";
+    std::string config = std::string(WRITER_LINGER) + "," + HEARTBEAT_INTERVAL + ",";
     if (settings.role == DomainRole::kServing) {
         config += std::string(SERVING_RECEIVE_BUFFER) + ",";
     }

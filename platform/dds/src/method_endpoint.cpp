@@ -10,8 +10,11 @@
 
 namespace kelp::driver::dds {
 
-void SetMethodQos(const Qos& qos, std::uint32_t livelinessLeaseMs, const std::string& partition) {
-    dds_qset_reliability(qos.Get(), DDS_RELIABILITY_RELIABLE, DDS_SECS(1));
+void SetMethodQos(const Qos& qos,
+                  std::uint32_t livelinessLeaseMs,
+                  const std::string& partition,
+                  dds_duration_t maxBlocking) {
+    dds_qset_reliability(qos.Get(), DDS_RELIABILITY_RELIABLE, maxBlocking);
     dds_qset_durability(qos.Get(), DDS_DURABILITY_VOLATILE);
     dds_qset_history(qos.Get(), DDS_HISTORY_KEEP_ALL, 0);
     if (livelinessLeaseMs != 0U) {

@@ -17,12 +17,16 @@
 
 namespace kelp::driver::dds {
 
-/// Reliable (writers block at most 1 s), volatile, KEEP_ALL: with keep-last a burst of
-/// requests overwrites samples not yet acknowledged and calls are lost silently. Readers
-/// keep no limit: their listener drains every sample as it arrives. `livelinessLeaseMs`
-/// (0: none) is the AUTOMATIC liveliness lease a reply writer advertises; a non-empty
-/// `partition` puts the endpoint in that partition only.
-void SetMethodQos(const Qos& qos, std::uint32_t livelinessLeaseMs, const std::string& partition = {});
+/// Reliable, volatile, KEEP_ALL: with keep-last a burst of requests overwrites samples not yet
+/// acknowledged and calls are lost silently. A writer blocks at most `maxBlocking` when it must
+/// wait for acknowledgements (reply writers: not at all, they report a time-out instead).
+/// Readers keep no limit: their listener drains every sample as it arrives.
+/// `livelinessLeaseMs` (0: none) is the AUTOMATIC liveliness lease a reply writer advertises;
+/// a non-empty `partition` puts the endpoint in that partition only.
+void SetMethodQos(const Qos& qos,
+                  std::uint32_t livelinessLeaseMs,
+                  const std::string& partition = {},
+                  dds_duration_t maxBlocking = DDS_SECS(1));
 
 /// Replies travel in REPLY_BUCKETS partitions. A client's reply readers sit in the bucket of
 /// its participant (the first 12 bytes of a client id, the GUID prefix); a server has one

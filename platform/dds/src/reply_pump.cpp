@@ -34,6 +34,7 @@ std::size_t ReplyPump::Pending() const {
 
 void ReplyPump::Run() {
     std::deque<Reply> held;
+    bool busy = false;  // a writer was busy: try again soon
     std::unique_lock<std::mutex> lock(mutex_);
     for (;;) {
         const auto ready = [this] { return woken_ || !incoming_.empty(); };
@@ -43,6 +44,9 @@ void ReplyPump::Run() {
             Clock::time_point next = held.front().deadline;
             for (const Reply& reply : held) {
                 next = std::min(next, reply.deadline);
+            }
+            if (busy) {
+                next = std::min(next, Clock::now() + BUSY_RETRY);
             }
             (void)wake_.wait_until(lock, next, ready);
         }
@@ -60,11 +64,13 @@ void ReplyPump::Run() {
         }
         const Clock::time_point now = Clock::now();
         std::deque<Reply> still;
+        busy = false;
         for (Reply& reply : held) {
             const Sink::Outcome outcome = reply.sink->TryWrite(reply);
-            if (outcome != Sink::Outcome::kNotMatched) {
+            if (outcome != Sink::Outcome::kNotMatched && outcome != Sink::Outcome::kBusy) {
                 continue;
             }
+            busy = busy || outcome == Sink::Outcome::kBusy;
             if (now >= reply.deadline) {
                 reply.sink->Expired(reply);
             } else {

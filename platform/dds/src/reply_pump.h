@@ -5,7 +5,9 @@
 // by the reply writer: a new client's request can arrive before that match (a known race of
 // DDS request/reply), and a client that has died may never match again. A reply not
 // writable within HOLD_LIMIT is dropped with a log line, as is the oldest one when more than
-// HELD_LIMIT wait. Replies to one client are written in the order they were queued.
+// HELD_LIMIT wait. Replies to one client are written in the order they were queued. The
+// pump's writes never block either: reply writers give up at once when they would have to
+// wait for acknowledgements, and the pump tries again BUSY_RETRY later.
 #ifndef KELP_DRIVER_DDS_REPLY_PUMP_H
 #define KELP_DRIVER_DDS_REPLY_PUMP_H
 
@@ -27,15 +29,19 @@ public:
     /// Longer than any client waits for a reply (1.9 s).
     static constexpr std::chrono::milliseconds HOLD_LIMIT{2000};
     static constexpr std::size_t HELD_LIMIT{4096U};
+    /// How soon a reply whose writer was busy is tried again.
+    static constexpr std::chrono::milliseconds BUSY_RETRY{10};
 
     struct Reply;
 
     /// The server half a reply goes out through. Called on the pump's thread only.
     class Sink {
     public:
-        enum class Outcome : std::uint8_t { kWritten, kNotMatched, kDropped };
+        enum class Outcome : std::uint8_t { kWritten, kNotMatched, kBusy, kDropped };
         virtual ~Sink() = default;
-        /// kDropped when the reply will never be written (the sink logged why).
+        /// kNotMatched: wait for a match event; kBusy: the writer would have to wait for
+        /// acknowledgements, try again shortly; kDropped: the reply will never be written
+        /// (the sink logged why).
         virtual Outcome TryWrite(const Reply& reply) = 0;
         /// The reply waited HOLD_LIMIT (or was pushed out) and is dropped; log it.
         virtual void Expired(const Reply& reply) = 0;
