@@ -66,6 +66,8 @@ std::string Config(const Options& options, bool server) {
     if (server) {  // hundreds of clients announce themselves at once
         config = "<Internal><SocketReceiveBufferSize max=\"4MiB\"/></Internal>" + config;
     }
+    // As the stack: reliable writers repeat their heartbeats every second, not every 100 ms.
+    config = "<Internal><HeartbeatInterval>1s</HeartbeatInterval></Internal>" + config;
     if (!options.tag.empty()) {
         config += "<Tag>" + options.tag + "</Tag>";
     }
