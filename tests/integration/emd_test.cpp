@@ -6,82 +6,18 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <fstream>
-#include <list>
-#include <map>
 
-#include "ara/exec/recovery_action_client.h"
-#include "ara/exec/state_client.h"
-#include "ara_test/em_client_case.h"
+#include "ara_test/emd_case.h"
 #include "ara_test/temp_dir.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using Alive = std::map<std::string, pid_t>;
-
-/// In the test's own process: runs the test in a copy and returns false. In the copy: true.
-bool InCopy(const std::string& encoding = "dds") {
-    const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
-    if (ara_test::RanInCopy(std::string(test->test_suite_name()) + "." + test->name(),
-                            {"KELP_SERIALIZE_TYPE=" + encoding})) {
-        return false;
-    }
-    setenv("KELP_DDS_CONFIG", ara_test::OwnTag("emd").c_str(), 1);  // before any client exists
-    return true;
-}
-
-/// "ok", "Exec N" or "no answer".
-std::string Code(ara::core::Future<void, ara::core::ErrorCode> future) {
-    return future.wait_for(60s) == ara::core::future_status::kReady ? ara_test::Outcome(future.GetResult())
-                                                                    : "no answer";
-}
-
-/// emd on `manifest`, and the state manager's and health manager's clients, made once emd is
-/// ready (a client made before finds it only with its next announcement, up to a second later).
-class Emd {
-public:
-    explicit Emd(const std::string& manifest)
-        : process_({EMD, "--manifest", manifest}), ready_(process_.WaitForLine("ready")) {
-        EXPECT_TRUE(ready_);
-    }
-    ara_test::ChildProcess& Process() { return process_; }
-    Alive Running() { return ara_test::Children(process_.Pid()); }
-    ara::core::Future<void, ara::core::ErrorCode> Set(const std::string& group, const std::string& state) {
-        texts_.push_back(group);  // the views of a FunctionGroupState must outlive the call
-        texts_.push_back(state);
-        const ara::exec::FunctionGroup fg(ara::exec::FunctionGroup::Preconstruct(*std::prev(texts_.end(), 2)).Value());
-        return state_.SetState(
-            ara::exec::FunctionGroupState(ara::exec::FunctionGroupState::Preconstruct(fg, texts_.back()).Value()));
-    }
-    std::string SetState(const std::string& group, const std::string& state) { return Code(Set(group, state)); }
-    /// The state, or "Exec N".
-    std::string GetState(const std::string& group) {
-        ara::core::String text;
-        const std::string code = Code(state_.GetState(group, text));
-        return code == "ok" ? std::string(text) : code;
-    }
-    /// "STATE" or "STATE PID" as emd lists the process.
-    std::string Listed(const std::string& name) {
-        std::vector<ara::exec::Process> list;
-        EXPECT_TRUE(recovery_.GetProcessStates(list));
-        for (const auto& p : list) {
-            if (p.processName == name) {
-                return p.processState + (p.isRunning ? " " + p.processId : "");
-            }
-        }
-        return "(not listed)";
-    }
-
-private:
-    ara_test::ChildProcess process_;
-    bool ready_;
-    std::list<std::string> texts_;
-
-public:
-    ara::exec::StateClient state_;
-    ara::exec::RecoveryActionClient recovery_{"emd_test"};
-};
+using ara_test::Alive;
+using ara_test::Code;
+using ara_test::Emd;
+using ara_test::Entry;
+using ara_test::InCopy;
 
 class EmdTest : public ::testing::TestWithParam<const char*> {};
 
@@ -118,10 +54,6 @@ TEST_P(EmdTest, ExampleManifestThroughEveryMethod) {
     EXPECT_EQ(emd.Process().Wait(), 0);
     EXPECT_TRUE(emd.Running().empty());
     EXPECT_NE(kill(alive["logger"], 0), 0);
-}
-
-std::string Entry(const std::string& key, const std::string& value) {
-    return "{\"key\": \"" + key + "\", \"value\": " + value + "}";
 }
 
 /// A Demo group whose states each start one emd_test_app: `members` are more of its entries.
@@ -205,11 +137,7 @@ TEST(EmdFaultTest, KilledDaemonLeavesNoProcess) {
     EXPECT_EQ(alive.size(), 3U);
     emd.Process().Kill(SIGKILL);
     for (const auto& [name, pid] : alive) {
-        EXPECT_TRUE(ara_test::Eventually([pid = pid] {
-            std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-            std::string field, state;
-            return !(stat >> field >> field >> state) || state == "Z";
-        })) << name;
+        EXPECT_TRUE(ara_test::Eventually([pid = pid] { return ara_test::Gone(pid); })) << name;
     }
 }
 

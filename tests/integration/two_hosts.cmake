@@ -1,8 +1,9 @@
 # emd on one host and emctl on another (calls, and pending calls failing within the lease when
 # the daemon's link goes down or the daemon is killed): two network namespaces joined by a veth pair, with
-# multicast discovery and with unicast peers. Skipped (77) where namespaces are not permitted,
+# multicast discovery, with unicast peers, and with the library's hub discovery pointed at the
+# daemon's host by KELP_DDS_PEERS. Skipped (77) where namespaces are not permitted,
 # unless ARA_EXEC_REQUIRE_NAMESPACES=1 (CI) makes that a failure.
-foreach(mode multicast unicast)
+foreach(mode multicast unicast peers)
   add_test(NAME two_hosts_${mode}
            COMMAND bash ${PROJECT_SOURCE_DIR}/tests/support/scripts/two_hosts.sh ${mode} $<TARGET_FILE:emd>
                    $<TARGET_FILE:emctl> $<TARGET_FILE:emd_test_app>)

@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Two hosts on one machine: network namespaces A and B joined by a veth pair (10.77.0.1 on
 # veth-a, 10.77.0.2 on veth-b). emd runs on A, supervising TEST_APP processes; emctl on B
-# drives it over DDS, with multicast discovery or with unicast peers listed on both sides. A
+# drives it over DDS, with multicast discovery, with unicast peers listed on both sides, or
+# with the library's own discovery pointed at host A by KELP_DDS_PEERS on both hosts. A
 # call left pending must fail within the lease when A's link goes down and when emd is killed. Everything
 # it starts ends with it, also when it is killed: the namespaces live only as long as the
 # processes this script owns, and each of those dies with the script (its death signal), so
 # even a SIGKILL of the script leaves nothing behind.
 #
-#   two_hosts.sh multicast|unicast EMD EMCTL TEST_APP [ARA_EXEC_PKI]
+#   two_hosts.sh multicast|unicast|peers EMD EMCTL TEST_APP [ARA_EXEC_PKI]
 #
 # With ARA_EXEC_PKI every process has a DDS Security identity from a PKI it makes: emd its
 # own, the test apps the application's, and emctl one with the state and health manager roles.
@@ -15,8 +16,8 @@
 # Exits 0 when every check passed, 1 when one failed, and 77 (skipped) when this machine does
 # not let us create a network namespace, unless ARA_EXEC_REQUIRE_NAMESPACES=1 asks for them.
 set -uo pipefail
-if [ $# -lt 4 ] || [ $# -gt 5 ] || { [ "$1" != multicast ] && [ "$1" != unicast ]; }; then
-    echo "usage: $0 multicast|unicast EMD EMCTL TEST_APP [ARA_EXEC_PKI]" >&2
+if [ $# -lt 4 ] || [ $# -gt 5 ] || { [ "$1" != multicast ] && [ "$1" != unicast ] && [ "$1" != peers ]; }; then
+    echo "usage: $0 multicast|unicast|peers EMD EMCTL TEST_APP [ARA_EXEC_PKI]" >&2
     exit 2
 fi
 mode="$1" emd="$2" emctl="$3" app="$(realpath "$4")" pki_tool="${5:-}"
@@ -53,9 +54,14 @@ on "$host_a" ip addr add 10.77.0.1/24 dev veth-a && on "$host_a" ip link set vet
 
 # The DDS configuration of a host (interface $1) for identity $2: the interface by name, a 1 s
 # lease (added by the library), without multicast the peers of both hosts, and when secured
-# the identity's security part.
+# the identity's security part. With peers, none: KELP_DDS_PEERS names host A to every process
+# (emd and its processes serve and report there, emctl on B reaches it through veth-b).
+export KELP_DDS_PEERS=
+[ "$mode" != peers ] || KELP_DDS_PEERS=10.77.0.1
 uri() {
-    if [ "$mode" = multicast ]; then
+    if [ "$mode" = peers ]; then
+        return
+    elif [ "$mode" = multicast ]; then
         printf '%s' "<General><Interfaces><NetworkInterface name=\"$1\" multicast=\"true\"/></Interfaces></General>"
     else
         printf '%s' "<General><Interfaces><NetworkInterface name=\"$1\"/></Interfaces><AllowMulticast>false" \

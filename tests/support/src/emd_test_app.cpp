@@ -32,9 +32,10 @@ int main(int argc, char** argv) {
         SIGTERM, mode == "ignore-term" ? SIG_IGN : [](int) { g_terminate = 1; });
     const ara::exec::ExecutionClient client;
     if (mode != "never") {
-        // The first report waits for discovery; a loaded machine may need a few more tries.
+        // The first report waits for discovery; a loaded machine may need many more tries
+        // (emd ends a process that never reports with its start-up time-out).
         bool reported = false;
-        for (int i = 0; i < 200 && !reported && g_terminate == 0; ++i) {
+        while (!reported && g_terminate == 0) {
             reported = client.ReportExecutionState(ara::exec::ExecutionState::kRunning).HasValue();
             if (!reported) {
                 usleep(100000U);

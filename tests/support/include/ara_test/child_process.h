@@ -67,13 +67,21 @@ public:
 
     /// Waits for an output line that starts with `prefix`; false after `timeout`.
     bool WaitForLine(const std::string& prefix, std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
+        return WaitFor([&prefix](const std::string& line) { return line.rfind(prefix, 0) == 0; }, timeout);
+    }
+    /// Waits for an output line that holds `text` anywhere (a log line after its time stamp).
+    bool WaitForText(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
+        return WaitFor([&text](const std::string& line) { return line.find(text) != std::string::npos; }, timeout);
+    }
+    template <typename Match>
+    bool WaitFor(Match match, std::chrono::milliseconds timeout) {
         const auto deadline = std::chrono::steady_clock::now() + timeout;
         while (true) {
             for (std::size_t end = buffer_.find('\n'); end != std::string::npos; end = buffer_.find('\n')) {
                 const std::string line = buffer_.substr(0, end);
                 buffer_.erase(0, end + 1U);
                 lines_.push_back(line);
-                if (line.rfind(prefix, 0) == 0) {
+                if (match(line)) {
                     return true;
                 }
             }

@@ -27,7 +27,9 @@ using Lines = std::vector<std::string>;
 /// In the test process: runs the case `name` of a parameterized test (or the test "Suite.Name")
 /// in a copy of this program, with `env` added, expects it to pass and returns true. In the copy:
 /// false, the caller runs it.
-inline bool RanInCopy(const std::string& name, Lines env = {}) {
+inline bool RanInCopy(const std::string& name,
+                      Lines env = {},
+                      std::chrono::seconds timeout = std::chrono::seconds(120)) {
     if (std::getenv("ARA_TEST_CASE_COPY") != nullptr) {
         return false;
     }
@@ -35,7 +37,7 @@ inline bool RanInCopy(const std::string& name, Lines env = {}) {
     ChildProcess copy(
         {"/proc/self/exe", std::string("--gtest_filter=") + (name.find('.') == std::string::npos ? "*/" : "") + name},
         env);
-    EXPECT_TRUE(copy.WaitForLine("[  PASSED  ]", std::chrono::seconds(120)) && copy.Wait() == 0)
+    EXPECT_TRUE(copy.WaitForLine("[  PASSED  ]", timeout) && copy.Wait() == 0)
         << ::testing::PrintToString(copy.Lines());
     return true;
 }

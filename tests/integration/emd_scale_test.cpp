@@ -1,0 +1,139 @@
+// emd at the size of a real machine, through the public clients: a hundred processes that
+// all report and all stop, a stop that does not wait for callers that are gone, and a client
+// that finds emd again after emd was killed and started anew. Not run under ThreadSanitizer:
+// a hundred instrumented processes are more than a CI machine holds.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <iostream>
+#include <memory>
+
+#include "ara_test/emd_case.h"
+#include "ara_test/temp_dir.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using ara_test::Alive;
+using ara_test::Emd;
+using ara_test::Entry;
+using ara_test::Gone;
+using ara_test::InCopy;
+
+/// MachineFG running `count` emd_test_apps "p0", "p1", ... in mode "run".
+std::string ManyManifest(const ara_test::TempDir& dir, int count) {
+    std::string processes;
+    for (int i = 0; i < count; ++i) {
+        const std::string name = "p" + std::to_string(i);
+        processes += (i == 0 ? "" : ",") +
+                     Entry(name,
+                           "[" + Entry("executable", "\"" EMD_TEST_APP "\"") + "," +
+                               Entry("arguments", "[\"" + name + "\", \"run\"]") + "," +
+                               Entry("functionGroup", "\"MachineFG\"") + "," + Entry("states", "[\"Running\"]") + "," +
+                               Entry("startupTimeoutMs", "600000") + "]");
+    }
+    const std::string groups =
+        Entry("MachineFG", "[" + Entry("states", "[\"Running\"]") + "," + Entry("initialState", "\"Running\"") + "]");
+    return dir.Write("manifest.json",
+                     Entry("manifest",
+                           "[" + Entry("functionGroups", "[" + groups + "]") + "," +
+                               Entry("processes", "[" + processes + "]") + "]"));
+}
+
+// Discovery through emd as the hub and replies that never wait: every one of a hundred
+// processes reports and is listed Running, and all are gone after SIGTERM. The bounds are
+// for a loaded CI machine under sanitizers; bench/boot_bench measures the times.
+TEST(EmdScaleTest, HundredProcessesReportAndStop) {
+    if (!InCopy("dds", 900s)) {
+        return;
+    }
+    constexpr int COUNT = 100;
+    const ara_test::TempDir dir;
+    Emd emd(ManyManifest(dir, COUNT));
+    auto initial = emd.state_.GetInitialMachineStateTransitionResult();
+    ASSERT_EQ(initial.wait_for(600s), ara::core::future_status::kReady);
+    EXPECT_EQ(ara_test::Outcome(initial.GetResult()), "ok");
+    std::vector<ara::exec::Process> list;
+    EXPECT_TRUE(emd.recovery_.GetProcessStates(list));
+    EXPECT_EQ(list.size(), static_cast<std::size_t>(COUNT));
+    EXPECT_EQ(std::count_if(list.begin(), list.end(), [](const auto& p) { return p.processState == "Running"; }),
+              COUNT);
+    const Alive alive = emd.Running();
+    EXPECT_EQ(alive.size(), static_cast<std::size_t>(COUNT));
+    emd.Process().Kill(SIGTERM);
+    EXPECT_EQ(emd.Process().Wait(), 0);
+    for (const auto& [name, pid] : alive) {
+        EXPECT_TRUE(Gone(pid)) << name;
+    }
+}
+
+// Thirty callers wait for the initial transition, which never ends (its process never
+// reports), and are killed: emd still stops at once on SIGTERM, answering callers that are gone.
+TEST(EmdScaleTest, StopsPromptlyWhileAnsweringDeadCallers) {
+    if (!InCopy("dds", 600s)) {
+        return;
+    }
+    const ara_test::TempDir dir;
+    const std::string manifest = dir.Write(
+        "manifest.json",
+        Entry("manifest",
+              "[" +
+                  Entry("functionGroups",
+                        "[" +
+                            Entry("MachineFG",
+                                  "[" + Entry("states", "[\"Running\"]") + "," + Entry("initialState", "\"Running\"") +
+                                      "]") +
+                            "]") +
+                  "," +
+                  Entry("processes",
+                        "[" +
+                            Entry("Never",
+                                  "[" + Entry("executable", "\"" EMD_TEST_APP "\"") + "," +
+                                      Entry("arguments", "[\"Never\", \"never\"]") + "," +
+                                      Entry("functionGroup", "\"MachineFG\"") + "," + Entry("states", "[\"Running\"]") +
+                                      "," + Entry("startupTimeoutMs", "600000") + "]") +
+                            "]") +
+                  "]"));
+    Emd emd(manifest);
+    std::vector<std::unique_ptr<ara_test::ChildProcess>> callers;
+    for (int i = 0; i < 30; ++i) {
+        callers.push_back(std::make_unique<ara_test::ChildProcess>(
+            std::vector<std::string>{"/bin/sh", "-c", "exec " EMCTL " wait-ready --timeout 600 2>&1"},
+            std::vector<std::string>{"ARA_LOG_SINK=console", "ARA_LOG_LEVEL=info"}));
+    }
+    for (auto& caller : callers) {  // each has sent its request
+        EXPECT_TRUE(caller->WaitForText("[StateClient][Call method is returned on rpc client]", 120s));
+        caller->Kill(SIGKILL);
+        (void)caller->Wait();
+    }
+    const pid_t never = emd.Running()["Never"];
+    const auto asked = std::chrono::steady_clock::now();
+    emd.Process().Kill(SIGTERM);
+    EXPECT_EQ(emd.Process().Wait(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - asked, 20s);
+    EXPECT_TRUE(Gone(never));
+}
+
+// A client that lives on while emd is killed and started again finds the new emd.
+TEST(EmdScaleTest, ClientFindsARestartedEmd) {
+    if (!InCopy()) {
+        return;
+    }
+    auto first = std::make_unique<Emd>(EXAMPLE_MANIFEST);
+    EXPECT_EQ(ara_test::Code(first->state_.GetInitialMachineStateTransitionResult()), "ok");
+    EXPECT_EQ(first->GetState("MachineFG"), "Running");
+    first->Process().Kill(SIGKILL);
+    (void)first->Process().Wait();
+    EXPECT_TRUE(ara_test::Eventually([&] { return first->GetState("MachineFG") == "Exec 3"; }));
+    first.reset();
+    const auto restarted = std::chrono::steady_clock::now();
+    Emd second(EXAMPLE_MANIFEST);
+    EXPECT_TRUE(ara_test::Eventually([&] { return second.GetState("MachineFG") == "Running"; }, 60s));
+    std::cout
+        << "found again "
+        << std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - restarted).count()
+        << " ms after the restart\n";
+}
+
+}  // namespace

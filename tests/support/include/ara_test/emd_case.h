@@ -1,0 +1,100 @@
+// What the tests of emd share: each runs in a fresh copy of the test program (the clients'
+// state is process-wide) with a discovery tag and ports of its own; emd in a process of its
+// own, with the state manager's and health manager's clients; manifest entries; /proc checks.
+#ifndef ARA_TEST_EMD_CASE_H
+#define ARA_TEST_EMD_CASE_H
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <list>
+#include <map>
+#include <string>
+
+#include "ara/exec/recovery_action_client.h"
+#include "ara/exec/state_client.h"
+#include "ara_test/em_client_case.h"
+
+namespace ara_test {
+
+using namespace std::chrono_literals;
+using Alive = std::map<std::string, pid_t>;
+
+/// In the test's own process: runs the test in a copy and returns false. In the copy: true.
+inline bool InCopy(const std::string& encoding = "dds", std::chrono::seconds timeout = 120s) {
+    const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    if (ara_test::RanInCopy(
+            std::string(test->test_suite_name()) + "." + test->name(), {"KELP_SERIALIZE_TYPE=" + encoding}, timeout)) {
+        return false;
+    }
+    setenv("KELP_DDS_CONFIG", ara_test::OwnTag("emd").c_str(), 1);  // before any client exists
+    return true;
+}
+
+/// "ok", "Exec N" or "no answer".
+inline std::string Code(ara::core::Future<void, ara::core::ErrorCode> future) {
+    return future.wait_for(60s) == ara::core::future_status::kReady ? ara_test::Outcome(future.GetResult())
+                                                                    : "no answer";
+}
+
+/// emd on `manifest`, and the state manager's and health manager's clients, made once emd is
+/// ready (a client made before finds it only with its next announcement, up to 4 s later).
+class Emd {
+public:
+    explicit Emd(const std::string& manifest)
+        : process_({EMD, "--manifest", manifest}), ready_(process_.WaitForLine("ready")) {
+        EXPECT_TRUE(ready_);
+    }
+    ara_test::ChildProcess& Process() { return process_; }
+    Alive Running() { return ara_test::Children(process_.Pid()); }
+    ara::core::Future<void, ara::core::ErrorCode> Set(const std::string& group, const std::string& state) {
+        texts_.push_back(group);  // the views of a FunctionGroupState must outlive the call
+        texts_.push_back(state);
+        const ara::exec::FunctionGroup fg(ara::exec::FunctionGroup::Preconstruct(*std::prev(texts_.end(), 2)).Value());
+        return state_.SetState(
+            ara::exec::FunctionGroupState(ara::exec::FunctionGroupState::Preconstruct(fg, texts_.back()).Value()));
+    }
+    std::string SetState(const std::string& group, const std::string& state) { return Code(Set(group, state)); }
+    /// The state, or "Exec N".
+    std::string GetState(const std::string& group) {
+        ara::core::String text;
+        const std::string code = Code(state_.GetState(group, text));
+        return code == "ok" ? std::string(text) : code;
+    }
+    /// "STATE" or "STATE PID" as emd lists the process.
+    std::string Listed(const std::string& name) {
+        std::vector<ara::exec::Process> list;
+        EXPECT_TRUE(recovery_.GetProcessStates(list));
+        for (const auto& p : list) {
+            if (p.processName == name) {
+                return p.processState + (p.isRunning ? " " + p.processId : "");
+            }
+        }
+        return "(not listed)";
+    }
+
+private:
+    ara_test::ChildProcess process_;
+    bool ready_;
+    std::list<std::string> texts_;
+
+public:
+    ara::exec::StateClient state_;
+    ara::exec::RecoveryActionClient recovery_{"emd_test"};
+};
+
+inline std::string Entry(const std::string& key, const std::string& value) {
+    return "{\"key\": \"" + key + "\", \"value\": " + value + "}";
+}
+
+/// The process has ended (gone, or a zombie nobody reaped yet).
+inline bool Gone(pid_t pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string field, state;
+    return !(stat >> field >> field >> state) || state == "Z";
+}
+
+}  // namespace ara_test
+
+#endif
