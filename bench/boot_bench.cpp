@@ -79,6 +79,7 @@ constexpr char FAILED_TO_START[] = "[Supervisor][Process failed to start][proces
 constexpr char USAGE[] =
     "usage: boot_bench [--n 20,100,300,500,1000] [--reply bucket:16] [--discovery hub|multicast]\n"
     "                  [--idle-seconds 10] [--max-boot-seconds 300] [--skip-floor] [--skip-stack]\n"
+    "                  [--floor-heartbeat MS]   (the floor's heartbeat interval, default the stack's 1000)\n"
     "       boot_bench --soak [--minutes 10] [--n 100] [--kill-emd-every 10] [--seed S]\n"
     "  common: [--port-base 21000] [--emd PATH] [--demo-app PATH] [--emctl PATH] [--boot-floor PATH]\n"
     "\n"
@@ -639,6 +640,7 @@ struct Options {
     bool countsGiven = false;
     std::string reply = "bucket:16";
     std::string discovery = "hub";
+    long floorHeartbeatMs = 1000;
     long idleSeconds = 10;
     long maxBootSeconds = 300;
     bool skipFloor = false;
@@ -697,6 +699,7 @@ bool Parse(int argc, char** argv, Options& options, std::string& error) {
         static const std::set<std::string> WITH_VALUE = {"--n",
                                                          "--reply",
                                                          "--discovery",
+                                                         "--floor-heartbeat",
                                                          "--idle-seconds",
                                                          "--max-boot-seconds",
                                                          "--port-base",
@@ -725,6 +728,8 @@ bool Parse(int argc, char** argv, Options& options, std::string& error) {
         } else if (name == "--discovery") {
             options.discovery = value;
             good = value == "hub" || value == "multicast";
+        } else if (name == "--floor-heartbeat") {
+            good = Number(value, 1, 60000, options.floorHeartbeatMs);
         } else if (name == "--idle-seconds") {
             good = Number(value, 0, 86400, options.idleSeconds);
         } else if (name == "--max-boot-seconds") {
@@ -1084,7 +1089,9 @@ Figures BootFloor(const Options& options, std::size_t n, const Environment& envi
                                              "--base",
                                              std::to_string(options.portBase),
                                              "--discovery",
-                                             options.discovery};
+                                             options.discovery,
+                                             "--heartbeat",
+                                             std::to_string(options.floorHeartbeatMs)};
     std::vector<std::string> serverArgs = {options.bootFloor, "server"};
     serverArgs.insert(serverArgs.end(), common.begin(), common.end());
     std::vector<std::string> clientArgs = {options.bootFloor, "client"};
