@@ -1,6 +1,6 @@
-// Server half of a DDS method: request delivery, and replies handed to the domain's reply
-// pump, which writes each with the writer of its requester's bucket once that writer has
-// matched the requester's reply reader.
+// Server half of a DDS method: request delivery, and replies written with the writer of the
+// requester's bucket, at once when that writer has matched the requester's reply reader and
+// can write without waiting, else by the domain's reply pump.
 #include "dds_method_server_handler.h"
 
 #include <array>
@@ -68,8 +68,8 @@ struct DDSMethodServerHandler::Core : ListenerTarget {
 
     std::mutex mutex;
     bool closed{false};
-    // Per bucket: the reply readers its writer has matched, rescanned by the pump when a
-    // match event marked it stale.
+    // Per bucket: the reply readers its writer has matched, rescanned by the next writer of a
+    // reply in it when a match event marked it stale.
     std::array<std::set<types::ClientId>, REPLY_BUCKETS> knownClients;
     std::array<std::atomic<bool>, REPLY_BUCKETS> stale{};
     std::atomic<std::uint32_t> queued{0U};   // replies handed to the pump, not yet written or dropped
