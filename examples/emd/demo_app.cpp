@@ -31,7 +31,8 @@ int main(int argc, char** argv) {
     bool reported = false;
     for (int attempt = 1; !reported && g_stop == 0; ++attempt) {
         if (attempt == 100) {
-            std::fprintf(stderr, "%s: Execution Management has not accepted kRunning yet, still trying\n", name.c_str());
+            std::fprintf(
+                stderr, "%s: Execution Management has not accepted kRunning yet, still trying\n", name.c_str());
         }
         reported = client.ReportExecutionState(ara::exec::ExecutionState::kRunning).HasValue();
         if (!reported) {

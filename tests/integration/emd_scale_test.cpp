@@ -21,15 +21,15 @@ using ara_test::Entry;
 using ara_test::Gone;
 using ara_test::InCopy;
 
-/// MachineFG running `count` emd_test_apps "p0", "p1", ... in mode "run".
-std::string ManyManifest(const ara_test::TempDir& dir, int count) {
+/// MachineFG running `count` emd_test_apps "p0", "p1", ... in `mode`.
+std::string ManyManifest(const ara_test::TempDir& dir, int count, const std::string& mode = "run") {
     std::string processes;
     for (int i = 0; i < count; ++i) {
         const std::string name = "p" + std::to_string(i);
         processes += (i == 0 ? "" : ",") +
                      Entry(name,
                            "[" + Entry("executable", "\"" EMD_TEST_APP "\"") + "," +
-                               Entry("arguments", "[\"" + name + "\", \"run\"]") + "," +
+                               Entry("arguments", "[\"" + name + "\", \"" + mode + "\"]") + "," +
                                Entry("functionGroup", "\"MachineFG\"") + "," + Entry("states", "[\"Running\"]") + "," +
                                Entry("startupTimeoutMs", "600000") + "]");
     }
@@ -75,27 +75,7 @@ TEST(EmdScaleTest, StopsPromptlyWhileAnsweringDeadCallers) {
         return;
     }
     const ara_test::TempDir dir;
-    const std::string manifest = dir.Write(
-        "manifest.json",
-        Entry("manifest",
-              "[" +
-                  Entry("functionGroups",
-                        "[" +
-                            Entry("MachineFG",
-                                  "[" + Entry("states", "[\"Running\"]") + "," + Entry("initialState", "\"Running\"") +
-                                      "]") +
-                            "]") +
-                  "," +
-                  Entry("processes",
-                        "[" +
-                            Entry("Never",
-                                  "[" + Entry("executable", "\"" EMD_TEST_APP "\"") + "," +
-                                      Entry("arguments", "[\"Never\", \"never\"]") + "," +
-                                      Entry("functionGroup", "\"MachineFG\"") + "," + Entry("states", "[\"Running\"]") +
-                                      "," + Entry("startupTimeoutMs", "600000") + "]") +
-                            "]") +
-                  "]"));
-    Emd emd(manifest);
+    Emd emd(ManyManifest(dir, 1, "never"));
     std::vector<std::unique_ptr<ara_test::ChildProcess>> callers;
     for (int i = 0; i < 30; ++i) {
         callers.push_back(std::make_unique<ara_test::ChildProcess>(
@@ -107,7 +87,7 @@ TEST(EmdScaleTest, StopsPromptlyWhileAnsweringDeadCallers) {
         caller->Kill(SIGKILL);
         (void)caller->Wait();
     }
-    const pid_t never = emd.Running()["Never"];
+    const pid_t never = emd.Running()["p0"];
     const auto asked = std::chrono::steady_clock::now();
     emd.Process().Kill(SIGTERM);
     EXPECT_EQ(emd.Process().Wait(), 0);
