@@ -38,8 +38,9 @@ target_compile_definitions(emd_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_AP
                                             EXAMPLE_MANIFEST="${PROJECT_BINARY_DIR}/examples/emd/machine_manifest.json")
 add_dependencies(emd_test emd emd_test_app demo_app)
 
-# emd with a hundred processes, callers that die while emd answers them, and a restarted emd.
-ara_exec_add_test(NAME emd_scale_test SOURCES emd_scale_test.cpp LINK ara_exec TIMEOUT 1200)
+# emd with a hundred processes, callers that die while emd answers them, and a restarted emd;
+# alone, since a hundred processes starting take both cores.
+ara_exec_add_test(NAME emd_scale_test SOURCES emd_scale_test.cpp LINK ara_exec TIMEOUT 1200 SERIAL)
 target_compile_definitions(emd_scale_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>"
                                                   EMCTL="$<TARGET_FILE:emctl>"
                                                   EXAMPLE_MANIFEST="${PROJECT_BINARY_DIR}/examples/emd/machine_manifest.json")
