@@ -1,13 +1,15 @@
 // emd at the size of a real machine, through the public clients: a hundred processes that
 // all report and all stop, a stop that does not wait for callers that are gone, and a client
-// that finds emd again after emd was killed and started anew. Not run under ThreadSanitizer:
-// a hundred instrumented processes are more than a CI machine holds.
+// that finds emd again after emd stalled and after emd was killed and started anew. Not run
+// under ThreadSanitizer: a hundred instrumented processes are more than a CI machine holds.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <iostream>
 #include <memory>
+#include <thread>
 
 #include "ara_test/emd_case.h"
 #include "ara_test/temp_dir.h"
@@ -51,11 +53,19 @@ TEST(EmdScaleTest, HundredProcessesReportAndStop) {
     constexpr int COUNT = 100;
     const ara_test::TempDir dir;
     Emd emd(ManyManifest(dir, COUNT));
-    auto initial = emd.state_.GetInitialMachineStateTransitionResult();
-    ASSERT_EQ(initial.wait_for(600s), ara::core::future_status::kReady);
-    EXPECT_EQ(ara_test::Outcome(initial.GetResult()), "ok");
+    // A hundred sanitized processes starting on two cores may starve emd or this process past
+    // the 500 ms liveliness lease: the client then fails its pending call with
+    // kCommunicationError and finds emd again, and the test asks again.
+    std::string outcome;
+    EXPECT_TRUE(ara_test::Eventually(
+        [&] {
+            outcome = ara_test::Code(emd.state_.GetInitialMachineStateTransitionResult());
+            return outcome != "Exec 3" && outcome != "no answer";
+        },
+        600s));
+    EXPECT_EQ(outcome, "ok");
     std::vector<ara::exec::Process> list;
-    EXPECT_TRUE(emd.recovery_.GetProcessStates(list));
+    EXPECT_TRUE(ara_test::Eventually([&] { return emd.recovery_.GetProcessStates(list); }, 120s));
     EXPECT_EQ(list.size(), static_cast<std::size_t>(COUNT));
     EXPECT_EQ(std::count_if(list.begin(), list.end(), [](const auto& p) { return p.processState == "Running"; }),
               COUNT);
@@ -95,25 +105,34 @@ TEST(EmdScaleTest, StopsPromptlyWhileAnsweringDeadCallers) {
     EXPECT_TRUE(Gone(never));
 }
 
-// A client that lives on while emd is killed and started again finds the new emd.
-TEST(EmdScaleTest, ClientFindsARestartedEmd) {
+/// Milliseconds since `start`.
+long long Since(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
+}
+
+// A client that lives on finds emd again after emd stalled past its lease (the client dropped
+// emd, emd kept the client) and after emd was killed and started anew.
+TEST(EmdScaleTest, ClientFindsAStalledAndARestartedEmd) {
     if (!InCopy()) {
         return;
     }
     auto first = std::make_unique<Emd>(EXAMPLE_MANIFEST);
     EXPECT_EQ(ara_test::Code(first->state_.GetInitialMachineStateTransitionResult()), "ok");
     EXPECT_EQ(first->GetState("MachineFG"), "Running");
+    ::kill(first->Process().Pid(), SIGSTOP);
+    EXPECT_TRUE(ara_test::Eventually([&] { return first->GetState("MachineFG") == "Exec 3"; }));
+    std::this_thread::sleep_for(2s);
+    ::kill(first->Process().Pid(), SIGCONT);
+    const auto resumed = std::chrono::steady_clock::now();
+    EXPECT_TRUE(ara_test::Eventually([&] { return first->GetState("MachineFG") == "Running"; }, 60s));
+    std::cout << "found again " << Since(resumed) << " ms after the stall\n";
     first->Process().Kill(SIGKILL);
-    (void)first->Process().Wait();
     EXPECT_TRUE(ara_test::Eventually([&] { return first->GetState("MachineFG") == "Exec 3"; }));
     first.reset();
     const auto restarted = std::chrono::steady_clock::now();
     Emd second(EXAMPLE_MANIFEST);
     EXPECT_TRUE(ara_test::Eventually([&] { return second.GetState("MachineFG") == "Running"; }, 60s));
-    std::cout
-        << "found again "
-        << std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - restarted).count()
-        << " ms after the restart\n";
+    std::cout << "found again " << Since(restarted) << " ms after the restart\n";
 }
 
 }  // namespace
