@@ -28,14 +28,20 @@ void Configure(Endpoint& endpoint) {
     endpoint.ReadAndSetConfigIP();
 }
 
-/// The child: serves method 6 (the state of a Function Group) until its parent kills it.
+/// The child: a state manager service until its parent kills it. A client finds a service only
+/// once every method it uses is served, so all three are: 1 (the initial transition's result)
+/// and 2 (a state change) succeed, 6 answers the state of a Function Group.
 [[noreturn]] void Serve() {
     tarn::em::util::RpcServer server("consumer/state-manager");
     Configure(server);
+    using Done = kelp::brio::Replier<void>;
     const bool served =
-        server.Initialize() &&
+        server.Initialize() && server.RegisterMethod<void>(1U, [](Done reply) { reply.Reply({}); }) &&
+        server.RegisterMethod<void, ara::core::String, ara::core::String>(
+            2U, [](Done reply, const ara::core::String&, const ara::core::String&) { reply.Reply({}); }) &&
         server.RegisterMethod<ara::core::String, ara::core::String>(
-            6U, [](kelp::brio::Replier<ara::core::String> reply, const ara::core::String& group) {
+            6U,
+            [](kelp::brio::Replier<ara::core::String> reply, const ara::core::String& group) {
                 reply.Reply(ara::core::String(group == "MachineFG" ? "Running" : "Off"));
             }) &&
         server.OfferService();
@@ -63,7 +69,8 @@ int Call() {
     }
     ara::core::String state;
     const auto result = client.GetState("MachineFG", state).GetResult();
-    std::printf("state of MachineFG over DDS: %s\n", result.HasValue() ? state.c_str() : result.Error().Message().data());
+    std::printf("state of MachineFG over DDS: %s\n",
+                result.HasValue() ? state.c_str() : result.Error().Message().data());
     return result.HasValue() && state == "Running" ? 0 : 1;
 }
 
