@@ -27,20 +27,12 @@ using ara_test::InCopy;
 std::string ManyManifest(const ara_test::TempDir& dir, int count, const std::string& mode = "run") {
     std::string processes;
     for (int i = 0; i < count; ++i) {
-        const std::string name = "p" + std::to_string(i);
-        processes += (i == 0 ? "" : ",") +
-                     Entry(name,
-                           "[" + Entry("executable", "\"" EMD_TEST_APP "\"") + "," +
-                               Entry("arguments", "[\"" + name + "\", \"" + mode + "\"]") + "," +
-                               Entry("functionGroup", "\"MachineFG\"") + "," + Entry("states", "[\"Running\"]") + "," +
-                               Entry("startupTimeoutMs", "600000") + "]");
+        processes +=
+            (i == 0 ? "" : ",") +
+            ara_test::TestApp(
+                "p" + std::to_string(i), mode, "MachineFG", "[\"Running\"]", "," + Entry("startupTimeoutMs", "600000"));
     }
-    const std::string groups =
-        Entry("MachineFG", "[" + Entry("states", "[\"Running\"]") + "," + Entry("initialState", "\"Running\"") + "]");
-    return dir.Write("manifest.json",
-                     Entry("manifest",
-                           "[" + Entry("functionGroups", "[" + groups + "]") + "," +
-                               Entry("processes", "[" + processes + "]") + "]"));
+    return ara_test::WriteManifest(dir, ara_test::MachineGroup(), processes);
 }
 
 // Discovery through emd as the hub and replies that never wait: every one of a hundred

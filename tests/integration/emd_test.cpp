@@ -62,20 +62,12 @@ std::string TestManifest(const ara_test::TempDir& dir,
     std::string processes;
     for (const auto& [name, mode, members] : apps) {
         processes +=
-            (processes.empty() ? "" : ",") +
-            Entry(name,
-                  "[" + Entry("executable", "\"" EMD_TEST_APP "\"") + "," +
-                      Entry("arguments", "[\"" + name + "\", \"" + mode + "\"]") + "," +
-                      Entry("functionGroup", "\"Demo\"") + "," + Entry("states", "[\"" + name + "\"]") + members + "]");
+            (processes.empty() ? "" : ",") + ara_test::TestApp(name, mode, "Demo", "[\"" + name + "\"]", members);
     }
-    const std::string groups =
-        Entry("MachineFG", "[" + Entry("states", "[\"Running\"]") + "," + Entry("initialState", "\"Running\"") + "]") +
-        "," + Entry("Demo", R"([{"key": "states", "value": ["Off", "Never", "Crash", "Later", "Stubborn", "Hang"]},
+    const std::string demo =
+        Entry("Demo", R"([{"key": "states", "value": ["Off", "Never", "Crash", "Later", "Stubborn", "Hang"]},
                          {"key": "initialState", "value": "Off"}])");
-    return dir.Write("manifest.json",
-                     Entry("manifest",
-                           "[" + Entry("functionGroups", "[" + groups + "]") + "," +
-                               Entry("processes", "[" + processes + "]") + "]"));
+    return ara_test::WriteManifest(dir, ara_test::MachineGroup() + "," + demo, processes);
 }
 
 TEST(EmdFaultTest, FailuresRestartsAndCancellation) {

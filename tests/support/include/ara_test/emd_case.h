@@ -15,6 +15,7 @@
 #include "ara/exec/recovery_action_client.h"
 #include "ara/exec/state_client.h"
 #include "ara_test/em_client_case.h"
+#include "ara_test/temp_dir.h"
 
 namespace ara_test {
 
@@ -86,6 +87,33 @@ public:
 
 inline std::string Entry(const std::string& key, const std::string& value) {
     return "{\"key\": \"" + key + "\", \"value\": " + value + "}";
+}
+
+/// The process `name`: an emd_test_app in `mode`, run in `states` (a JSON list) of `group`;
+/// `more` are further entries, each led by a comma.
+inline std::string TestApp(const std::string& name,
+                           const std::string& mode,
+                           const std::string& group,
+                           const std::string& states,
+                           const std::string& more = {}) {
+    return Entry(name,
+                 "[" + Entry("executable", "\"" EMD_TEST_APP "\"") + "," +
+                     Entry("arguments", "[\"" + name + "\", \"" + mode + "\"]") + "," +
+                     Entry("functionGroup", "\"" + group + "\"") + "," + Entry("states", states) + more + "]");
+}
+
+/// A manifest file in `dir` of `groups` and `processes` (entries joined by commas).
+inline std::string WriteManifest(const TempDir& dir, const std::string& groups, const std::string& processes) {
+    return dir.Write("manifest.json",
+                     Entry("manifest",
+                           "[" + Entry("functionGroups", "[" + groups + "]") + "," +
+                               Entry("processes", "[" + processes + "]") + "]"));
+}
+
+/// MachineFG with its one state Running, which it starts in.
+inline std::string MachineGroup() {
+    return Entry("MachineFG",
+                 "[" + Entry("states", "[\"Running\"]") + "," + Entry("initialState", "\"Running\"") + "]");
 }
 
 /// The process has ended (gone, or a zombie nobody reaped yet).
