@@ -27,7 +27,7 @@
 #include <thread>
 #include <vector>
 
-#include "service_address.h"
+#include "tarn/em/em_services.h"
 #include "tarn/em/util/rpc_client.h"
 #include "tarn/em/util/rpc_server.h"
 
@@ -36,11 +36,12 @@ namespace {
 using ara::core::String;
 using Clock = std::chrono::steady_clock;
 
-constexpr unsigned int METHOD_ID = 6U;
+/// Both ends use the state manager service's GetState: a string in, a string out.
+using Echo = tarn::em::services::GetState;
+constexpr unsigned int METHOD_ID = Echo::ID;
 
-/// Both ends sit on the state manager service (its GetState method id).
 void Configure(tarn::em::util::RpcBase& endpoint) {
-    ara::exec::detail::Address(endpoint, ara::exec::detail::STATE_MANAGER_SERVICE);
+    tarn::em::services::Address(endpoint, Echo::SERVICE);
 }
 
 int RunServer() {

@@ -20,18 +20,26 @@ function(ara_exec_apply_sanitizer target)
   endif()
 endfunction()
 
-# ara_exec_add_component(NAME n LIBRARY ara_exec|ara_platform SOURCES ... [DEPS ...] [PRIVATE_DEPS ...])
-# Object library for one directory, part of the shared library LIBRARY: <dir>/include joins
-# that library's header set (<LIBRARY>_headers), <dir>/src stays private.
+# ara_exec_add_component(NAME n LIBRARY lib SOURCES ... [USES ...] [DEPS ...] [PRIVATE_DEPS ...])
+# Object library for one directory, one layer, part of the shared library LIBRARY. Its
+# headers are the target <n>_headers (<dir>/include); USES names the components below it
+# whose headers it includes, and only those (and what their own headers need) are on its
+# include path, so an include that reaches up or sideways fails to build. <dir>/src stays
+# private. The layer check (cmake/check_layers.sh) holds the include lines to the same list.
 function(ara_exec_add_component)
-  cmake_parse_arguments(ARG "" "NAME;LIBRARY" "SOURCES;DEPS;PRIVATE_DEPS" ${ARGN})
-  set(ARG_HEADERS ${ARG_LIBRARY}_headers)
+  cmake_parse_arguments(ARG "" "NAME;LIBRARY" "SOURCES;USES;DEPS;PRIVATE_DEPS" ${ARGN})
   set_property(GLOBAL APPEND PROPERTY ARA_EXEC_COMPONENTS_${ARG_LIBRARY} ${ARG_NAME})
-  add_library(${ARG_NAME} OBJECT ${ARG_SOURCES})
-  target_include_directories(${ARG_HEADERS} INTERFACE $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>)
+  set_property(GLOBAL APPEND PROPERTY ARA_EXEC_LAYERS "${ARG_NAME}=${CMAKE_CURRENT_SOURCE_DIR}=${ARG_USES}")
+  add_library(${ARG_NAME}_headers INTERFACE)
+  target_include_directories(${ARG_NAME}_headers INTERFACE $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>)
+  foreach(used IN LISTS ARG_USES)
+    target_link_libraries(${ARG_NAME}_headers INTERFACE ${used}_headers)
+  endforeach()
+  target_link_libraries(${ARG_LIBRARY}_headers INTERFACE ${ARG_NAME}_headers)
   set_property(GLOBAL APPEND PROPERTY ARA_EXEC_INSTALL_INCLUDE_DIRS "${CMAKE_CURRENT_SOURCE_DIR}/include")
+  add_library(${ARG_NAME} OBJECT ${ARG_SOURCES})
   target_include_directories(${ARG_NAME} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/src)
-  target_link_libraries(${ARG_NAME} PUBLIC ${ARG_HEADERS} Threads::Threads ${ARG_DEPS} PRIVATE ${ARG_PRIVATE_DEPS})
+  target_link_libraries(${ARG_NAME} PUBLIC ${ARG_NAME}_headers Threads::Threads ${ARG_DEPS} PRIVATE ${ARG_PRIVATE_DEPS})
   set_target_properties(${ARG_NAME} PROPERTIES POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden
                                                VISIBILITY_INLINES_HIDDEN ON)
   target_compile_options(${ARG_NAME} PRIVATE ${ARA_EXEC_WARNINGS})
@@ -50,8 +58,12 @@ function(ara_exec_add_shared_library)
   add_library(AraExec::${ARG_NAME} ALIAS ${ARG_NAME})
   target_link_libraries(${ARG_NAME} PRIVATE ${ARG_COMPONENTS} PUBLIC ${ARG_LINK})
   target_include_directories(${ARG_NAME} INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-  get_target_property(build_dirs ${ARG_HEADERS} INTERFACE_INCLUDE_DIRECTORIES)
-  target_include_directories(${ARG_NAME} INTERFACE ${build_dirs})
+  foreach(component IN LISTS ARG_COMPONENTS)
+    if(TARGET ${component}_headers)
+      get_target_property(build_dirs ${component}_headers INTERFACE_INCLUDE_DIRECTORIES)
+      target_include_directories(${ARG_NAME} INTERFACE ${build_dirs})
+    endif()
+  endforeach()
   # $ORIGIN: an installed library finds its sibling libraries wherever the prefix is.
   set_target_properties(${ARG_NAME} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
                                                CXX_VISIBILITY_PRESET hidden INSTALL_RPATH "$ORIGIN")

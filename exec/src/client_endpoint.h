@@ -9,10 +9,12 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <tuple>
+#include <type_traits>
 
 #include "ara/core/promise.h"
 #include "kelp/brio/api/types/error_domains.h"
-#include "service_address.h"
+#include "tarn/em/em_services.h"
 #include "tarn/em/log_em.h"
 #include "tarn/em/util/rpc_client.h"
 
@@ -29,13 +31,13 @@ constexpr std::chrono::milliseconds REPLY_WAIT{1900};
 /// runs once, and the discovery outcome is written once and read often.
 class ClientEndpoint {
 public:
-    ClientEndpoint() : rpc_(false) {}
+    ClientEndpoint() : rpc_(false, tarn::em::services::ErrorCodes()) {}
 
     /// Re-applies the address (every construction of a client does), then runs `setUp` once
     /// per process.
     template <typename SetUp>
-    void Construct(const ServiceAddress& address, SetUp setUp) {
-        Address(rpc_, address);
+    void Construct(const tarn::em::services::ServiceAddress& address, SetUp setUp) {
+        tarn::em::services::Address(rpc_, address);
         std::call_once(setUpOnce_, setUp);
     }
 
@@ -84,11 +86,19 @@ public:
         return false;
     }
 
-    /// Sends `args` to method `methodId` with result type T; an unbound method gives a future
-    /// holding Com code 3, as a request the transport cannot take does.
-    template <typename T, typename... Args>
-    ara::core::Future<T, ara::core::ErrorCode> Call(unsigned int methodId, const Args&... args) {
-        const auto method = rpc_.proxy_.GetMethodProxy<T>(methodId);
+    /// Binds method M; true when it was bound.
+    template <typename M>
+    bool Bind() {
+        return rpc_.InitializeMethod<typename M::Result>(M::ID, false, false);
+    }
+
+    /// Sends `args` to method M; an unbound method gives a future holding Com code 3, as a
+    /// request the transport cannot take does.
+    template <typename M, typename... Args>
+    ara::core::Future<typename M::Result, ara::core::ErrorCode> Call(const Args&... args) {
+        using T = typename M::Result;
+        static_assert(std::is_same_v<std::tuple<Args...>, typename M::Arguments>, "the arguments are the method's own");
+        const auto method = rpc_.proxy_.GetMethodProxy<T>(M::ID);
         if (method == nullptr) {
             return Failed<T>(ara::core::ErrorCode(kelp::brio::api::types::ComErrc::kNetworkBindingFailure, 0));
         }

@@ -21,8 +21,6 @@ namespace {
 using ara::quill::common::log::Log;
 using Outcome = ara::core::Result<void, ara::core::ErrorCode>;
 
-constexpr unsigned int REPORT_METHOD_ID = 0U;
-
 /// The endpoint shared by every execution client of the process, made on first use.
 detail::ClientEndpoint& Shared() {
     static detail::ClientEndpoint endpoint;
@@ -37,7 +35,7 @@ void InitializeOnce() {
     detail::ClientEndpoint& shared = Shared();
     if (shared.StartTransport("ExecutionClient",
                               "get logInstanceEMCL error, logInstance is inValid in ExecutionClient ")) {
-        shared.FinishSetUp("ExecutionClient", shared.Rpc().InitializeMethod<void>(REPORT_METHOD_ID, false, false));
+        shared.FinishSetUp("ExecutionClient", shared.Bind<tarn::em::services::ReportExecutionState>());
     }
     inner::ExecutionClientInner::GetExecutionClientInnerInstance()->DlopenExtensionSo();
 }
@@ -60,7 +58,7 @@ void RunHook(inner::ReportHook hook, ExecutionState state, const char* which) {
 }  // namespace
 
 ExecutionClient::ExecutionClient() noexcept {
-    Shared().Construct(detail::APPLICATION_SERVICE, InitializeOnce);
+    Shared().Construct(tarn::em::services::APPLICATION_SERVICE, InitializeOnce);
 }
 
 ExecutionClient::~ExecutionClient() noexcept = default;
@@ -68,7 +66,9 @@ ExecutionClient::~ExecutionClient() noexcept = default;
 Outcome ExecutionClient::ReportExecutionState(ExecutionState state) const noexcept {
     // Read once: a process forked later still reports the id of the process that reported first.
     static const std::int32_t reportPid = static_cast<std::int32_t>(getpid());
-    const auto method = Shared().Usable() ? Shared().Rpc().proxy_.GetMethodProxy<void>(REPORT_METHOD_ID) : nullptr;
+    const auto method = Shared().Usable()
+                            ? Shared().Rpc().proxy_.GetMethodProxy<void>(tarn::em::services::ReportExecutionState::ID)
+                            : nullptr;
     if (method == nullptr) {
         Logger()->error() << "[ExecutionClient][Not usable]";
         return GeneralError();

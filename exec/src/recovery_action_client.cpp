@@ -23,10 +23,7 @@ using ara::quill::common::log::Log;
 using Pending = ara::core::Future<void, ara::core::ErrorCode>;
 using Outcome = ara::core::Result<void, ara::core::ErrorCode>;
 using Processes = std::vector<Process>;
-
-constexpr unsigned int RESTART_METHOD_ID = 3U;
-constexpr unsigned int PROCESS_STATES_METHOD_ID = 4U;
-constexpr unsigned int PROCESS_NAME_METHOD_ID = 5U;
+namespace services = tarn::em::services;
 
 /// The endpoint shared by every recovery action client of the process, made on first use.
 detail::ClientEndpoint& Shared() {
@@ -41,11 +38,9 @@ std::shared_ptr<Log> Logger() {
 void InitializeOnce() {
     detail::ClientEndpoint& shared = Shared();
     if (shared.StartTransport("RecoveryActionClient", "get logInstance EMCL error, logInstance is inValid")) {
-        tarn::em::util::RpcClient& rpc = shared.Rpc();
         shared.FinishSetUp("RecoveryActionClient",
-                           rpc.InitializeMethod<void>(RESTART_METHOD_ID, false, false) &&
-                               rpc.InitializeMethod<Processes>(PROCESS_STATES_METHOD_ID, false, false) &&
-                               rpc.InitializeMethod<ara::core::String>(PROCESS_NAME_METHOD_ID, false, false));
+                           shared.Bind<services::ProcessRestart>() && shared.Bind<services::GetProcessStates>() &&
+                               shared.Bind<services::GetProcessName>());
     }
 }
 
@@ -88,7 +83,7 @@ Outcome ToRestartResult(Pending&& reply) {
 }  // namespace
 
 RecoveryActionClient::RecoveryActionClient(std::string clientName) noexcept : clientName_(std::move(clientName)) {
-    Shared().Construct(detail::HEALTH_MANAGER_SERVICE, InitializeOnce);
+    Shared().Construct(services::HEALTH_MANAGER_SERVICE, InitializeOnce);
 }
 
 RecoveryActionClient::~RecoveryActionClient() noexcept = default;
@@ -99,7 +94,7 @@ Pending RecoveryActionClient::ProcessRestart(const std::string& processName, boo
     }
     Logger()->info() << "[RecoveryActionClient][Begin restarting process]";
     std::this_thread::sleep_for(detail::PAUSE_BEFORE_REQUEST);
-    Pending reply = Shared().Call<void>(RESTART_METHOD_ID, processName, flag);
+    Pending reply = Shared().Call<services::ProcessRestart>(processName, flag);
     Logger()->info() << "[RecoveryActionClient][Call method is returned on rpc client]";
     return reply.then(ToRestartResult);
 }
@@ -110,7 +105,7 @@ Outcome RecoveryActionClient::GetProcessStates(Processes& processes) const noexc
     }
     Logger()->info() << "[RecoveryActionClient][Get process states info]";
     std::this_thread::sleep_for(detail::PAUSE_BEFORE_REQUEST);
-    auto reply = Shared().Call<Processes>(PROCESS_STATES_METHOD_ID, clientName_);
+    auto reply = Shared().Call<services::GetProcessStates>(clientName_);
     Logger()->info() << "[RecoveryActionClient][Call method is returned on rpc client]";
     if (reply.wait_for(detail::REPLY_WAIT) != ara::core::future_status::kReady) {
         Logger()->error() << "[RecoveryActionClient][Waiting for method time out while getting process states]";
@@ -143,7 +138,7 @@ ara::core::Result<ara::core::String, ara::core::ErrorCode> RecoveryActionClient:
     // would receive another process's name.
     const std::int32_t requested = pid;
     Logger()->verbose() << "[RecoveryActionClient][Get process name based on pid][pid=" << pid << "]";
-    auto reply = Shared().Call<ara::core::String>(PROCESS_NAME_METHOD_ID, requested);
+    auto reply = Shared().Call<services::GetProcessName>(requested);
     Logger()->verbose() << "[RecoveryActionClient][Get process name, call method is returned on rpc client]";
     if (reply.wait_for(detail::REPLY_WAIT) != ara::core::future_status::kReady) {
         const ara::core::ErrorCode error = GeneralError();

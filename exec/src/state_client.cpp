@@ -21,10 +21,7 @@ namespace {
 using ara::quill::common::log::Log;
 using Pending = ara::core::Future<void, ara::core::ErrorCode>;
 using Outcome = ara::core::Result<void, ara::core::ErrorCode>;
-
-constexpr unsigned int INITIAL_RESULT_METHOD_ID = 1U;
-constexpr unsigned int SET_STATE_METHOD_ID = 2U;
-constexpr unsigned int GET_STATE_METHOD_ID = 6U;
+namespace services = tarn::em::services;
 
 /// The endpoint shared by every state client of the process, made on first use.
 detail::ClientEndpoint& Shared() {
@@ -40,11 +37,9 @@ std::shared_ptr<Log> Logger() {
 void InitializeOnce() {
     detail::ClientEndpoint& shared = Shared();
     if (shared.StartTransport("StateClient", "get logInstanceEMCL error, logInstance is inValid in StateClient")) {
-        tarn::em::util::RpcClient& rpc = shared.Rpc();
         shared.FinishSetUp("StateClient",
-                           rpc.InitializeMethod<void>(INITIAL_RESULT_METHOD_ID, false, false) &&
-                               rpc.InitializeMethod<void>(SET_STATE_METHOD_ID, false, false) &&
-                               rpc.InitializeMethod<ara::core::String>(GET_STATE_METHOD_ID, false, false));
+                           shared.Bind<services::GetInitialMachineStateTransitionResult>() &&
+                               shared.Bind<services::SetState>() && shared.Bind<services::GetState>());
     }
 }
 
@@ -71,10 +66,10 @@ Outcome ToStateResult(Pending&& reply) {
 }
 
 /// Pauses as Execution Management expects, sends, and returns the converted outcome.
-template <typename... Args>
-Pending SendStateRequest(unsigned int methodId, const Args&... args) {
+template <typename M, typename... Args>
+Pending SendStateRequest(const Args&... args) {
     std::this_thread::sleep_for(detail::PAUSE_BEFORE_REQUEST);
-    Pending reply = Shared().Call<void>(methodId, args...);
+    Pending reply = Shared().Call<M>(args...);
     Logger()->info() << "[StateClient][Call method is returned on rpc client]";
     return reply.then(ToStateResult);
 }
@@ -90,7 +85,7 @@ bool CommunicationProcessing() noexcept {
 }
 
 StateClient::StateClient() noexcept {
-    Shared().Construct(detail::STATE_MANAGER_SERVICE, InitializeOnce);
+    Shared().Construct(services::STATE_MANAGER_SERVICE, InitializeOnce);
 }
 
 StateClient::~StateClient() noexcept = default;
@@ -103,7 +98,7 @@ Pending StateClient::SetState(const FunctionGroupState& state) const noexcept {
     const ara::core::String target(state.State());
     Logger()->info() << "[StateClient][Begin setting function group state][function_group_name=" << group
                      << ", target_state=" << target << "]";
-    return SendStateRequest(SET_STATE_METHOD_ID, group, target);
+    return SendStateRequest<services::SetState>(group, target);
 }
 
 Pending StateClient::GetInitialMachineStateTransitionResult() const noexcept {
@@ -111,7 +106,7 @@ Pending StateClient::GetInitialMachineStateTransitionResult() const noexcept {
         return detail::ClientEndpoint::Failed<void>(CommunicationError());
     }
     Logger()->info() << "[StateClient][Begin getting machine state initial transition result]";
-    return SendStateRequest(INITIAL_RESULT_METHOD_ID);
+    return SendStateRequest<services::GetInitialMachineStateTransitionResult>();
 }
 
 Pending StateClient::GetState(const ara::core::String& functionGroup, ara::core::String& state) const noexcept {
@@ -127,7 +122,7 @@ Pending StateClient::GetState(const ara::core::String& functionGroup, ara::core:
     Logger()->info() << "[StateClient][Begin getting function group state][function_group_name=" << functionGroup
                      << "]";
     std::this_thread::sleep_for(detail::PAUSE_BEFORE_REQUEST);
-    auto reply = Shared().Call<ara::core::String>(GET_STATE_METHOD_ID, functionGroup);
+    auto reply = Shared().Call<services::GetState>(functionGroup);
     if (reply.wait_for(detail::REPLY_WAIT) != ara::core::future_status::kReady) {
         promise.SetError(CommunicationError());
         Logger()->error() << "[StateClient][Waiting for method time out while getting state]";

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <map>
 
+#include "kelp/brio/api/types/error_domains.h"
 #include "tarn/em/log_em.h"
 
 namespace tarn::em::util {
@@ -17,10 +18,35 @@ constexpr std::uint32_t METHOD_DEPTH = 10U;
 
 const std::string RpcClient::DEFAULT_INSTANCE_ID{"0"};
 
+namespace {
+std::mutex& DefaultCodesMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+RpcErrorCodes& DefaultCodes() {
+    static RpcErrorCodes codes{{}, ara::core::ErrorCode(kelp::brio::api::types::ComErrc::kServiceNotAvailable, 0)};
+    return codes;
+}
+}  // namespace
+
+RpcErrorCodes RpcErrorCodes::Default() {
+    const std::lock_guard<std::mutex> lock(DefaultCodesMutex());
+    return DefaultCodes();
+}
+
+void RpcErrorCodes::SetDefault(RpcErrorCodes codes) {
+    const std::lock_guard<std::mutex> lock(DefaultCodesMutex());
+    DefaultCodes() = std::move(codes);
+}
+
 RpcClient::RpcClient(bool flag)
     : handle_{RpcBase::DEFAULT_SERVICE_ID, RpcClient::DEFAULT_INSTANCE_ID, true},
       proxy_(handle_, flag),
       isFindServiceStarted_(flag) {}
+
+RpcClient::RpcClient(bool flag, RpcErrorCodes codes) : RpcClient(flag) {
+    codes_ = std::move(codes);
+}
 
 RpcClient::~RpcClient() {
     // A discovery started by a method binding is not stopped through its handle here: the
@@ -42,9 +68,7 @@ kelp::driver::dds::qos::ParticipantQos RpcClient::GetParticipantQos() const {
 }
 
 std::unique_ptr<kelp::driver::dds::DDSMethodInfo> RpcClient::MakeMethodInfo(
-    const unsigned int& methodId,
-    bool methodFlag,
-    std::set<kelp::driver::dds::qos::TransportQos>& transportQos) {
+    const unsigned int& methodId, bool methodFlag, std::set<kelp::driver::dds::qos::TransportQos>& transportQos) {
     auto info = std::make_unique<kelp::driver::dds::DDSMethodInfo>();
     InitializeMethodBase(methodId, methodFlag, info);
     info->SetRequestDepth(METHOD_DEPTH);
@@ -72,11 +96,10 @@ void RpcClient::StartClientFindService(const std::set<kelp::driver::dds::qos::Tr
     log->info() << "[RpcClient][Rpc client begin to find service]";
     // Taken before discovery starts, so that a notification arriving at once never races it.
     findServiceFuture_ = findServicePromise_.get_future();
-    const auto handle = proxy_.StartFindService(
-        [this](std::vector<kelp::brio::api::types::HandleType> handles, kelp::brio::api::types::FindServiceHandle) {
-            OnFindService(handles);
-        },
-        discovery);
+    const auto handle =
+        proxy_.StartFindService([this](std::vector<kelp::brio::api::types::HandleType> handles,
+                                       kelp::brio::api::types::FindServiceHandle) { OnFindService(handles); },
+                                discovery);
     if (findServiceFuture_.wait_for(std::chrono::nanoseconds(FIRST_CHECK_WAIT_NS)) == std::future_status::ready) {
         log->debug() << "[RpcClient][Rpc client try check service successfully]";
     } else {
@@ -103,7 +126,7 @@ void RpcClient::OnFindService(const std::vector<kelp::brio::api::types::HandleTy
     isServiceOffline_.store(true);
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        const ara::core::ErrorCode lost(ara::exec::ExecErrc::kCommunicationError, 0);
+        const ara::core::ErrorCode lost = ErrorCodes().offline;
         for (const std::uint32_t methodId : methodIds_) {
             proxy_.DestroyWaitingMethodPromise(lost, methodId);
         }

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "ara/exec/exec_error_domain.h"
+#include "ara/exec/process.h"
 #include "ara_test/em_client_case.h"
 #include "ara_test/matchers.h"
 #include "tarn/em/util/rpc_client.h"

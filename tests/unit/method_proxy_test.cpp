@@ -15,6 +15,7 @@
 #include "ara/core/future_error_domain.h"
 #include "ara/exec/exec_error_domain.h"
 #include "ara/exec/execution_state.h"
+#include "ara/exec/process.h"
 #include "ara_test/fake_method_handler.h"
 #include "ara_test/matchers.h"
 

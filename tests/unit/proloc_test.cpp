@@ -12,6 +12,7 @@
 
 #include "ara/exec/exec_error_domain.h"
 #include "ara/exec/execution_state.h"
+#include "ara/exec/process.h"
 #include "ara_test/fake_method_handler.h"
 #include "ara_test/matchers.h"
 #include "kelp/brio/method_proxy_impl.h"

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "ara/exec/exec_error_domain.h"
 #include "ara_test/fake_driver.h"
 #include "ara_test/matchers.h"
 #include "local_ip.h"
@@ -34,7 +35,8 @@ std::size_t CountOf(const log::CaptureSink& capture, const std::string& text) {
 // An interface list as getifaddrs returns it: IPv4 texts, "v6" for an IPv6 entry, "" for an
 // entry without address.
 struct InterfaceList {
-    explicit InterfaceList(const std::vector<std::string>& entries) : nodes(entries.size()), v4(entries.size()), v6(entries.size()) {
+    explicit InterfaceList(const std::vector<std::string>& entries)
+        : nodes(entries.size()), v4(entries.size()), v6(entries.size()) {
         for (std::size_t i = 0; i < entries.size(); ++i) {
             nodes[i].ifa_next = i + 1U < entries.size() ? &nodes[i + 1U] : nullptr;
             if (entries[i] == "v6") {
@@ -70,8 +72,8 @@ TEST(RpcBaseTest, LoopbackChoiceOverInterfaceLists) {
         log::CaptureSink capture;
         const InterfaceList list(row.entries);
         std::string ip = "before";
-        EXPECT_EQ(tarn::em::util::detail::ChooseLocalIp(tarn::em::util::detail::Ipv4Texts(list.nodes.data()), ip,
-                                                        row.isLoopBack),
+        EXPECT_EQ(tarn::em::util::detail::ChooseLocalIp(
+                      tarn::em::util::detail::Ipv4Texts(list.nodes.data()), ip, row.isLoopBack),
                   row.found);
         EXPECT_EQ(ip, row.ip);
         EXPECT_TRUE(capture.Contains(std::string("[RpcBase][Get ip address][ip=") + row.ip +
@@ -114,11 +116,11 @@ TEST(RpcBaseTest, MethodDescriptorFields) {
     const auto& qos = zero->GetParticipantQos();
     EXPECT_EQ(qos.GetDiscoveryFilter().GetKind(), 2U);
     EXPECT_EQ(qos.GetDiscoveryFilter().GetFilter(), "[1]");
-    EXPECT_EQ(std::vector<std::uint32_t>({qos.GetLivelinessLeaseMs(), qos.GetParticipantLeaseMs(), qos.GetValue3(),
-                                          qos.GetValue4()}),
+    EXPECT_EQ(std::vector<std::uint32_t>(
+                  {qos.GetLivelinessLeaseMs(), qos.GetParticipantLeaseMs(), qos.GetValue3(), qos.GetValue4()}),
               (std::vector<std::uint32_t>{500U, 1000U, 60000U, 24000U}));
-    EXPECT_EQ(zero->GetTransportQos(), std::set<kelp::driver::dds::qos::TransportQos>{
-                                           kelp::driver::dds::qos::TransportQos::UDP});
+    EXPECT_EQ(zero->GetTransportQos(),
+              std::set<kelp::driver::dds::qos::TransportQos>{kelp::driver::dds::qos::TransportQos::UDP});
 }
 
 class RpcClientTest : public ::testing::Test {

@@ -19,6 +19,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "ara/exec/exec_error_domain.h"
@@ -26,6 +27,7 @@
 #include "ara/exec/process.h"
 #include "kelp/brio/api/types/error_domains.h"
 #include "kelp/brio/driver/driver.h"
+#include "tarn/em/em_services.h"
 #include "tarn/em/util/rpc_server.h"
 
 namespace {
@@ -34,6 +36,7 @@ using ara::core::ErrorCode;
 using ara::core::String;
 using kelp::brio::Replier;
 using Processes = std::vector<ara::exec::Process>;
+namespace services = tarn::em::services;
 
 std::map<unsigned int, std::string> g_behaviour;
 std::mutex g_outputMutex;
@@ -88,21 +91,10 @@ void Answer(unsigned int methodId, const Replier<R>& replier, const std::string&
     }
 }
 
-struct Service {
-    short domainId;
-    unsigned short serviceId;
-    const char* request;
-    const char* reply;
-};
-
-std::unique_ptr<tarn::em::util::RpcServer> MakeServer(const Service& service) {
-    auto server = std::make_unique<tarn::em::util::RpcServer>(std::string("em_test_server/") + service.request);
-    server->SetDomainId(service.domainId);
-    server->SetServiceId(service.serviceId);
-    server->SetInstanceId("1");
-    server->SetRequestTopicName(service.request);
-    server->SetReplyTopicName(service.reply);
-    server->ReadAndSetConfigIP();
+std::unique_ptr<tarn::em::util::RpcServer> MakeServer(const services::ServiceAddress& service) {
+    auto server =
+        std::make_unique<tarn::em::util::RpcServer>(std::string("em_test_server/") + service.requestTopicName);
+    services::Address(*server, service);
     return server;
 }
 
@@ -129,37 +121,43 @@ bool ServeRaw(const tarn::em::util::RpcServer& server, unsigned int methodId) {
     }
     const bool twice = g_behaviour[methodId] == "twice";
     const std::weak_ptr<kelp::brio::driver::MethodServerHandler> weak = handler;
-    handler->RegisterRequestCallback([weak, methodId, twice](const std::shared_ptr<kelp::brio::api::types::MethodMsg>& request) {
-        const auto self = weak.lock();
-        if (!self) {
-            return;
-        }
-        Print("call " + std::to_string(methodId) + (twice ? " twice" : " garbage"));
-        const unsigned char garbage[1] = {0x7F};
-        for (int i = 0; i < (twice ? 2 : 1); ++i) {
-            (void)self->SendReply(*request, twice ? nullptr : garbage, twice ? 0U : 1U, false);
-        }
-    });
+    handler->RegisterRequestCallback(
+        [weak, methodId, twice](const std::shared_ptr<kelp::brio::api::types::MethodMsg>& request) {
+            const auto self = weak.lock();
+            if (!self) {
+                return;
+            }
+            Print("call " + std::to_string(methodId) + (twice ? " twice" : " garbage"));
+            const unsigned char garbage[1] = {0x7F};
+            for (int i = 0; i < (twice ? 2 : 1); ++i) {
+                (void)self->SendReply(*request, twice ? nullptr : garbage, twice ? 0U : 1U, false);
+            }
+        });
     static std::vector<std::shared_ptr<kelp::brio::driver::MethodServerHandler>> kept;
     kept.push_back(std::move(handler));
     return true;
 }
 
 template <typename R, typename... Args>
-bool Serve(tarn::em::util::RpcServer& server, unsigned int methodId) {
+bool Serve(tarn::em::util::RpcServer& server, unsigned int methodId, std::tuple<Args...>* /*signature*/) {
     const std::string behaviour = g_behaviour.count(methodId) != 0U ? g_behaviour[methodId] : "ok";
     if (behaviour == "garbage" || behaviour == "twice") {
         return ServeRaw(server, methodId);
     }
     return server.RegisterMethod<R, Args...>(
-        methodId,
-        std::function<void(Replier<R>, const Args&...)>([methodId](Replier<R> replier, const Args&... args) {
+        methodId, std::function<void(Replier<R>, const Args&...)>([methodId](Replier<R> replier, const Args&... args) {
             std::string text;
             std::string echo;
             ((text += ToText(args) + " "), ...);
             ((echo = echo.empty() ? ToText(args) : echo), ...);
             Answer<R>(methodId, replier, text, echo);
         }));
+}
+
+/// Serves method M of the contract with the behaviour scripted for its id.
+template <typename M>
+bool Serve(tarn::em::util::RpcServer& server) {
+    return Serve<typename M::Result>(server, M::ID, static_cast<typename M::Arguments*>(nullptr));
 }
 
 volatile std::sig_atomic_t g_stop = 0;
@@ -180,17 +178,17 @@ int main(int argc, char** argv) {
     std::signal(SIGTERM, [](int) { g_stop = 1; });
     std::signal(SIGINT, [](int) { g_stop = 1; });
 
-    auto app = MakeServer({2, 57360U, "EM_RPC_REQUEST_APPLICATION", "EM_RPC_REPLY_APPLICATION"});
-    auto sm = MakeServer({4, 57361U, "EM_RPC_REQUEST_STATE_MANAGER", "EM_RPC_REPLY_STATE_MANAGER"});
-    auto phm = MakeServer({4, 57362U, "EM_RPC_REQUEST_PLATFORM_HEALTH_MANAGER", "EM_RPC_REPLY_PLATFORM_HEALTH_MANAGER"});
+    auto app = MakeServer(services::APPLICATION_SERVICE);
+    auto sm = MakeServer(services::STATE_MANAGER_SERVICE);
+    auto phm = MakeServer(services::HEALTH_MANAGER_SERVICE);
     if (!app->Initialize()) {
         std::cerr << "em_test_server: the DDS transport does not start\n";
         return 1;
     }
-    const bool served = Serve<void, int, ara::exec::ExecutionState>(*app, 0U) && Serve<void>(*sm, 1U) &&
-                        Serve<void, String, String>(*sm, 2U) && Serve<String, String>(*sm, 6U) &&
-                        Serve<void, String, bool>(*phm, 3U) && Serve<Processes, String>(*phm, 4U) &&
-                        Serve<String, int>(*phm, 5U);
+    const bool served =
+        Serve<services::ReportExecutionState>(*app) && Serve<services::GetInitialMachineStateTransitionResult>(*sm) &&
+        Serve<services::SetState>(*sm) && Serve<services::GetState>(*sm) && Serve<services::ProcessRestart>(*phm) &&
+        Serve<services::GetProcessStates>(*phm) && Serve<services::GetProcessName>(*phm);
     if (!served || !app->OfferService() || !sm->OfferService() || !phm->OfferService()) {
         std::cerr << "em_test_server: a service cannot be served\n";
         return 1;

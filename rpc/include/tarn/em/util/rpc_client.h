@@ -9,12 +9,13 @@
 #include <future>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "ara/core/error_code.h"
 #include "ara/core/internal/export.h"
-#include "ara/exec/exec_error_domain.h"
 #include "ara/quill/common/log/log.h"
 #include "kelp/brio/api/types/service_types.h"
 #include "kelp/brio/proxy.h"
@@ -22,6 +23,20 @@
 #include "tarn/em/util/rpc_base.h"
 
 namespace tarn::em::util {
+
+/// The error codes an RPC client reports, given by the layer that owns them: those every
+/// bound method may receive from the server (registered with each method, in order), and
+/// the one that ends every waiting call when the service goes offline.
+struct ARA_EXPORT RpcErrorCodes {
+    std::vector<ara::core::ErrorCode> methodErrors;
+    ara::core::ErrorCode offline;
+
+    /// What a client built without codes of its own uses: the codes the owning layer
+    /// installed with SetDefault() (the client library installs its Exec codes when it is
+    /// loaded), else none registered and Com kServiceNotAvailable when the service goes.
+    static RpcErrorCodes Default();
+    static void SetDefault(RpcErrorCodes codes);
+};
 
 /// @thread-safety methods are bound from one thread (the owner's one-time initialisation);
 /// the waits and the proxy may be used from any thread; discovery notifications arrive on
@@ -32,6 +47,8 @@ public:
 
     /// `flag` goes to the proxy and presets isFindServiceStarted_ (true: never start discovery).
     explicit RpcClient(bool flag);
+    /// As above, reporting `codes` instead of the process default.
+    RpcClient(bool flag, RpcErrorCodes codes);
     /// Discovery is stopped here only when it was not started by a binding (see the .cpp).
     ~RpcClient() override;
     RpcClient(const RpcClient&) = delete;
@@ -70,10 +87,12 @@ public:
 private:
     void OnFindService(const std::vector<kelp::brio::api::types::HandleType>& handles);
     bool WaitFindService(std::int64_t timeoutNs, const char* foundText, const char* failedText);
-    std::unique_ptr<kelp::driver::dds::DDSMethodInfo> MakeMethodInfo(const unsigned int& methodId,
-                                                                      bool methodFlag,
-                                                                      std::set<kelp::driver::dds::qos::TransportQos>& transportQos);
+    std::unique_ptr<kelp::driver::dds::DDSMethodInfo> MakeMethodInfo(
+        const unsigned int& methodId, bool methodFlag, std::set<kelp::driver::dds::qos::TransportQos>& transportQos);
     static std::shared_ptr<ara::quill::common::log::Log> Logger();
+    RpcErrorCodes ErrorCodes() const { return codes_ ? *codes_ : RpcErrorCodes::Default(); }
+
+    std::optional<RpcErrorCodes> codes_;
 };
 
 template <class T>
@@ -87,8 +106,8 @@ bool RpcClient::InitializeMethod(const unsigned int& methodId, bool methodFlag, 
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         if (proxy_.InitializeMethodProxy<T>(methodId, info)) {
-            for (int code = 1; code <= 7; ++code) {
-                (void)proxy_.RegisterError(methodId, ara::core::ErrorCode(static_cast<ara::exec::ExecErrc>(code), 0));
+            for (const ara::core::ErrorCode& code : ErrorCodes().methodErrors) {
+                (void)proxy_.RegisterError(methodId, code);
             }
             methodIds_.push_back(methodId);
             return true;

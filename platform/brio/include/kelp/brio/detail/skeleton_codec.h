@@ -14,13 +14,11 @@
 #include "ara/core/error_code.h"
 #include "ara/core/result.h"
 #include "ara/core/string.h"
-#include "ara/exec/execution_state.h"
-#include "ara/exec/process.h"
-#include "kelp/serialize/dds/deserializer.h"
-#include "kelp/serialize/dds/serializer.h"
+#include "kelp/serialize/dds/basic_deserializer.h"
+#include "kelp/serialize/dds/basic_serializer.h"
 #include "kelp/serialize/serialize_config.h"
-#include "kelp/serialize/someip/deserializer.h"
-#include "kelp/serialize/someip/serializer.h"
+#include "kelp/serialize/someip/basic_deserializer.h"
+#include "kelp/serialize/someip/basic_serializer.h"
 
 namespace kelp::brio::detail {
 

@@ -1,0 +1,67 @@
+// DDS decoders of replies: error payload, string, flag, process and process list, all in
+// host order without alignment.
+#ifndef KELP_SERIALIZE_DDS_BASIC_DESERIALIZER_H
+#define KELP_SERIALIZE_DDS_BASIC_DESERIALIZER_H
+
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "ara/core/error_code.h"
+#include "ara/core/internal/export.h"
+#include "ara/core/string.h"
+#include "kelp/serialize/serialize_config.h"
+
+namespace kelp::serialize::dds {
+
+/// (error domain id, error code value) read from an error payload.
+using ErrorCodeValue = std::pair<std::uint64_t, std::int32_t>;
+
+/// The byte range of one decoder. The configuration is carried, not consulted.
+class ARA_EXPORT DeserializerBase {
+public:
+    DeserializerBase(const unsigned char* data, std::uint64_t size, const SerializeConfig& config)
+        : data_(data), size_(data == nullptr ? 0U : size), config_(config) {}
+
+protected:
+    const unsigned char* data_;
+    std::uint64_t size_;
+    SerializeConfig config_;
+};
+
+template <typename T>
+class Deserializer;
+
+/// The 17-byte error reply in host order.
+template <>
+class ARA_EXPORT Deserializer<ara::core::ErrorCode> : public DeserializerBase {
+public:
+    using DeserializerBase::DeserializerBase;
+
+    [[nodiscard]] std::uint64_t GetSize() const;
+    [[nodiscard]] ErrorCodeValue GetValue() const { return GetValueHelper(); }
+    [[nodiscard]] ErrorCodeValue GetValueHelper() const;
+};
+
+/// 32-bit character count, then the characters.
+template <>
+class ARA_EXPORT Deserializer<ara::core::String> : public DeserializerBase {
+public:
+    using DeserializerBase::DeserializerBase;
+
+    [[nodiscard]] std::uint64_t GetSize() const;
+    [[nodiscard]] ara::core::String GetValue() const;
+};
+
+template <>
+class ARA_EXPORT Deserializer<bool> : public DeserializerBase {
+public:
+    using DeserializerBase::DeserializerBase;
+
+    [[nodiscard]] std::uint64_t GetSize() const;
+    [[nodiscard]] bool GetValue() const;
+};
+
+}  // namespace kelp::serialize::dds
+
+#endif
