@@ -14,37 +14,32 @@
 #include "ara/exec/function_group.h"
 #include "ara/exec/function_group_state.h"
 #include "ara/exec/state_client.h"
+#include "tarn/em/em_services.h"
 #include "tarn/em/util/rpc_server.h"
 
 namespace {
 
-template <typename Endpoint>
-void Configure(Endpoint& endpoint) {
-    endpoint.SetDomainId(4);
-    endpoint.SetServiceId(57361);
-    endpoint.SetInstanceId("1");
-    endpoint.SetRequestTopicName("EM_RPC_REQUEST_STATE_MANAGER");
-    endpoint.SetReplyTopicName("EM_RPC_REPLY_STATE_MANAGER");
-    endpoint.ReadAndSetConfigIP();
-}
+namespace services = tarn::em::services;
 
 /// The child: a state manager service until its parent kills it. A client finds a service only
-/// once every method it uses is served, so all three are: 1 (the initial transition's result)
-/// and 2 (a state change) succeed, 6 answers the state of a Function Group.
+/// once every method it uses is served, so all three are: the initial transition's result and a
+/// state change succeed, GetState answers the state of a Function Group.
 [[noreturn]] void Serve() {
     tarn::em::util::RpcServer server("consumer/state-manager");
-    Configure(server);
+    services::Address(server, services::STATE_MANAGER_SERVICE);
     using Done = kelp::brio::Replier<void>;
-    const bool served =
-        server.Initialize() && server.RegisterMethod<void>(1U, [](Done reply) { reply.Reply({}); }) &&
-        server.RegisterMethod<void, ara::core::String, ara::core::String>(
-            2U, [](Done reply, const ara::core::String&, const ara::core::String&) { reply.Reply({}); }) &&
-        server.RegisterMethod<ara::core::String, ara::core::String>(
-            6U,
-            [](kelp::brio::Replier<ara::core::String> reply, const ara::core::String& group) {
-                reply.Reply(ara::core::String(group == "MachineFG" ? "Running" : "Off"));
-            }) &&
-        server.OfferService();
+    const bool served = server.Initialize() &&
+                        server.RegisterMethod<void>(services::GetInitialMachineStateTransitionResult::ID,
+                                                    [](Done reply) { reply.Reply({}); }) &&
+                        server.RegisterMethod<void, ara::core::String, ara::core::String>(
+                            services::SetState::ID,
+                            [](Done reply, const ara::core::String&, const ara::core::String&) { reply.Reply({}); }) &&
+                        server.RegisterMethod<ara::core::String, ara::core::String>(
+                            services::GetState::ID,
+                            [](kelp::brio::Replier<ara::core::String> reply, const ara::core::String& group) {
+                                reply.Reply(ara::core::String(group == "MachineFG" ? "Running" : "Off"));
+                            }) &&
+                        server.OfferService();
     if (!served) {
         std::_Exit(2);
     }
