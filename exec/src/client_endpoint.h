@@ -28,15 +28,18 @@ constexpr std::chrono::milliseconds REPLY_WAIT{1900};
 
 /// One per client class, made on first use (see exec/README.md).
 /// @thread-safety Construct() and the calls below may run on any thread; the one-time set-up
-/// runs once, and the discovery outcome is written once and read often.
+/// runs once, and the discovery outcome is written once and read often. Constructions of one
+/// class wait for each other while they re-apply the address and, the first time, the set-up.
 class ClientEndpoint {
 public:
     ClientEndpoint() : rpc_(false, tarn::em::services::ErrorCodes()) {}
 
     /// Re-applies the address (every construction of a client does), then runs `setUp` once
-    /// per process.
+    /// per process. Both under settingsMutex_: the set-up reads the endpoint settings that a
+    /// construction on another thread rewrites.
     template <typename SetUp>
     void Construct(const tarn::em::services::ServiceAddress& address, SetUp setUp) {
+        const std::lock_guard<std::mutex> lock(settingsMutex_);
         tarn::em::services::Address(rpc_, address);
         std::call_once(setUpOnce_, setUp);
     }
@@ -122,6 +125,7 @@ public:
     tarn::em::util::RpcClient& Rpc() noexcept { return rpc_; }
 
 private:
+    std::mutex settingsMutex_;  // the endpoint settings of rpc_: their writes and the set-up's reads
     tarn::em::util::RpcClient rpc_;
     std::shared_ptr<ara::quill::common::log::Log> logger_;
     bool usable_{false};  // decided once, inside setUpOnce_

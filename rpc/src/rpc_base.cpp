@@ -9,6 +9,7 @@
 #include <array>
 #include <atomic>
 #include <cstdio>
+#include <mutex>
 
 #include "kelp/brio/api/types/service_types.h"
 #include "kelp/driver/dds/dds_driver.h"
@@ -18,6 +19,9 @@
 namespace tarn::em::util {
 namespace {
 std::atomic<bool> g_driverInitialized{false};
+// The address is chosen once for the whole process, and endpoints of several client classes
+// may be addressed on several threads at once.
+std::mutex g_ipChoiceMutex;
 
 constexpr const char* LOOPBACK_NET = "127";
 constexpr std::size_t NET_NUMBER_LENGTH = 3U;
@@ -69,6 +73,7 @@ bool RpcBase::Initialize() const {
 
 void RpcBase::ReadAndSetConfigIP() {
     const auto log = GetEmLog();
+    const std::lock_guard<std::mutex> lock(g_ipChoiceMutex);
     if (!isReadIpConfig_) {
         if (!GetLocalIp(ipAddress_, true)) {
             log->warn() << "[RpcBase][Get loopback ip failed]";

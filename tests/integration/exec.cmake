@@ -31,6 +31,10 @@ add_dependencies(recovery_action_client_test em_test_server)
 # Every client constructed and no call made: the process must still end cleanly.
 ara_exec_add_test(NAME clients_exit_test SOURCES clients_exit_test.cpp LINK ara_exec)
 
+# Clients of every class constructed on several threads at once, with no server.
+ara_exec_add_test(NAME clients_concurrent_construction_test SOURCES clients_concurrent_construction_test.cpp
+                  LINK ara_exec LABELS concurrency)
+
 # emd in a process of its own supervising test apps, through the public clients.
 # Labelled concurrency: emd's event loop and service threads run under ThreadSanitizer too.
 ara_exec_add_test(NAME emd_test SOURCES emd_test.cpp LINK ara_exec LABELS concurrency)

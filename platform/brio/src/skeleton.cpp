@@ -5,9 +5,9 @@
 namespace kelp::brio {
 namespace detail {
 
-CallQueue::CallQueue(bool ownThread) {
+CallQueue::CallQueue(bool ownThread) : state_(std::make_shared<State>()) {
     if (ownThread) {
-        thread_ = std::thread([this] { Loop(); });
+        thread_ = std::thread([state = state_] { Loop(state); });
     }
 }
 
@@ -17,46 +17,48 @@ CallQueue::~CallQueue() {
 
 bool CallQueue::Push(Call call) {
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (stopped_) {
+        const std::lock_guard<std::mutex> lock(state_->mutex);
+        if (state_->stopped) {
             return false;
         }
-        calls_.push_back(std::move(call));
+        state_->calls.push_back(std::move(call));
     }
-    wake_.notify_one();
+    state_->wake.notify_one();
     return true;
 }
 
 bool CallQueue::RunOne() {
     Call call;
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (calls_.empty()) {
+        const std::lock_guard<std::mutex> lock(state_->mutex);
+        if (state_->calls.empty()) {
             return false;
         }
-        call = std::move(calls_.front());
-        calls_.pop_front();
+        call = std::move(state_->calls.front());
+        state_->calls.pop_front();
     }
     call();
     return true;
 }
 
 std::size_t CallQueue::Size() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return calls_.size();
+    const std::lock_guard<std::mutex> lock(state_->mutex);
+    return state_->calls.size();
 }
 
 void CallQueue::Stop() {
     std::deque<Call> dropped;
     {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        stopped_ = true;
-        dropped.swap(calls_);
+        const std::lock_guard<std::mutex> lock(state_->mutex);
+        state_->stopped = true;
+        dropped.swap(state_->calls);
     }
-    wake_.notify_all();
+    state_->wake.notify_all();
     if (thread_.joinable()) {
         if (thread_.get_id() == std::this_thread::get_id()) {
-            thread_.detach();  // a handler destroys its own skeleton: the loop ends after it
+            // A handler destroys its own skeleton: the loop ends after it, on the state its
+            // thread holds.
+            thread_.detach();
         } else {
             thread_.join();
         }
@@ -68,15 +70,15 @@ void CallQueue::Stop() {
     // Each dropped call's Replier logs its call when the closure goes.
 }
 
-void CallQueue::Loop() {
-    std::unique_lock<std::mutex> lock(mutex_);
+void CallQueue::Loop(const std::shared_ptr<State>& state) {
+    std::unique_lock<std::mutex> lock(state->mutex);
     while (true) {
-        wake_.wait(lock, [this] { return stopped_ || !calls_.empty(); });
-        if (stopped_) {
+        state->wake.wait(lock, [&state] { return state->stopped || !state->calls.empty(); });
+        if (state->stopped) {
             return;
         }
-        Call call = std::move(calls_.front());
-        calls_.pop_front();
+        Call call = std::move(state->calls.front());
+        state->calls.pop_front();
         lock.unlock();
         call();
         call = nullptr;  // the call's captures go before the lock is taken again

@@ -65,12 +65,17 @@ public:
     void Stop();
 
 private:
-    void Loop();
+    /// The calls and their lock. The dispatcher thread holds it too, so that a handler may
+    /// destroy the queue (with its skeleton) and the thread still finds it when it returns.
+    struct State {
+        std::mutex mutex;
+        std::condition_variable wake;
+        std::deque<Call> calls;
+        bool stopped{false};
+    };
+    static void Loop(const std::shared_ptr<State>& state);
 
-    mutable std::mutex mutex_;
-    std::condition_variable wake_;
-    std::deque<Call> calls_;
-    bool stopped_{false};
+    const std::shared_ptr<State> state_;
     std::thread thread_;
 };
 

@@ -13,8 +13,8 @@
 
 namespace tarn::em::util {
 
-/// @thread-safety the setters and getters of one object are for one thread. The process-wide
-/// ReadAndSetConfigIP state is unlocked: call it from the clients' construction.
+/// @thread-safety the setters and getters of one object are for one thread. ReadAndSetConfigIP
+/// may run on several objects at once: the process-wide address choice is locked.
 class ARA_EXPORT RpcBase {
 public:
     static constexpr std::int16_t DEFAULT_DOMAIN_ID = 2;
