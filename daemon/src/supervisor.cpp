@@ -42,8 +42,11 @@ const char* Supervisor::PhaseName(Phase phase) noexcept {
     return "Unknown";
 }
 
-Supervisor::Supervisor(Manifest manifest, Launcher& launcher)
-    : manifest_(std::move(manifest)), launcher_(launcher), log_(ara::quill::common::log::Log::GetLog("EMD")) {
+Supervisor::Supervisor(Manifest manifest, Launcher& launcher, std::function<Clock::time_point()> clock)
+    : manifest_(std::move(manifest)),
+      launcher_(launcher),
+      clock_(std::move(clock)),
+      log_(ara::quill::common::log::Log::GetLog("EMD")) {
     for (const FunctionGroupConfig& group : manifest_.functionGroups) {
         groups_.push_back(Group{&group, {}, false, std::nullopt, {}, {}});
     }
@@ -458,7 +461,7 @@ void Supervisor::Queue(Proc& proc) {
 
 bool Supervisor::LaunchQueued(Clock::time_point until) {
     bool launched = false;
-    while (!launchQueue_.empty() && (!launched || Clock::now() < until)) {
+    while (!launchQueue_.empty() && (!launched || clock_() < until)) {
         Proc& proc = procs_[launchQueue_.front()];
         launchQueue_.pop_front();
         if (!proc.queued) {
@@ -466,7 +469,7 @@ bool Supervisor::LaunchQueued(Clock::time_point until) {
         }
         proc.queued = false;
         launched = true;
-        if (!Launch(proc, Clock::now())) {
+        if (!Launch(proc, clock_())) {
             const Group& group = groups_[proc.group];
             if (group.target && RunsIn(proc, *group.target)) {
                 EndTransition(proc.group, Error(ExecErrc::kFailed), "process " + proc.config->name + " did not start");

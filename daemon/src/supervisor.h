@@ -39,7 +39,8 @@ public:
     enum class Phase : std::uint8_t { kIdle, kStarting, kRunning, kTerminating, kRestarting, kFailed };
     static const char* PhaseName(Phase phase) noexcept;
 
-    Supervisor(Manifest manifest, Launcher& launcher);
+    /// `clock` is read for the time of the launches that LaunchQueued makes.
+    Supervisor(Manifest manifest, Launcher& launcher, std::function<Clock::time_point()> clock = &Clock::now);
 
     /// Moves every function group to its initial state; the outcome of MachineFG's move is
     /// what GetInitialResult answers.
@@ -124,6 +125,7 @@ private:
 
     Manifest manifest_;
     Launcher& launcher_;
+    std::function<Clock::time_point()> clock_;
     std::vector<Group> groups_;
     std::vector<Proc> procs_;
     std::deque<std::size_t> launchQueue_;  // indices into procs_
