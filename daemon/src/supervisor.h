@@ -1,9 +1,9 @@
-// The supervisor: the state of every function group and every supervised process, and the
-// rules that move them. Each process is one small state machine driven by events (launched,
-// reported kRunning or kTerminating, exited, time-out, stop requested); each group converges
-// on its target state by stopping what must not run and then starting what must. Only the
-// event loop's thread calls it; it never blocks and never touches the OS but through the
-// Launcher.
+// The supervisor: the state of every function group and every supervised process. Each
+// process is a ProcessMachine (process_machine.h); the supervisor feeds it its events
+// (launched, reported kRunning or kTerminating, exited, time-out, stop requested) and carries
+// out the actions it returns. Each group converges on its target state by stopping what must
+// not run and then starting what must. Only the event loop's thread calls it; it never blocks
+// and never touches the OS but through the Launcher.
 #ifndef TARN_EM_DAEMON_SUPERVISOR_H
 #define TARN_EM_DAEMON_SUPERVISOR_H
 
@@ -25,10 +25,10 @@
 #include "ara/quill/common/log/log.h"
 #include "launcher.h"
 #include "manifest.h"
+#include "process_machine.h"
 
 namespace tarn::em::daemon {
 
-using Clock = std::chrono::steady_clock;
 /// How a request that waits for a transition or a restart ends.
 using Outcome = ara::core::Result<void, ara::core::ErrorCode>;
 using Completion = std::function<void(const Outcome&)>;
@@ -36,8 +36,8 @@ using Completion = std::function<void(const Outcome&)>;
 class Supervisor {
 public:
     /// Where a process is in its life; the texts are what GetProcessStates reports.
-    enum class Phase : std::uint8_t { kIdle, kStarting, kRunning, kTerminating, kRestarting, kFailed };
-    static const char* PhaseName(Phase phase) noexcept;
+    using Phase = ProcessPhase;
+    static const char* PhaseName(Phase phase) noexcept { return ProcessPhaseName(phase); }
 
     /// `clock` is read for the time of the launches that LaunchQueued makes.
     Supervisor(Manifest manifest, Launcher& launcher, std::function<Clock::time_point()> clock = &Clock::now);
@@ -83,19 +83,9 @@ public:
     bool Finished() const;
 
 private:
-    enum class AfterStop : std::uint8_t { kIdle, kFailed, kRelaunch, kRestartPolicy };
     struct Proc {
-        const ProcessConfig* config{nullptr};
-        std::size_t group{0U};
-        Phase phase{Phase::kIdle};
-        pid_t pid{-1};
-        std::optional<Clock::time_point> deadline;
-        Clock::time_point launchedAt{};
-        AfterStop afterStop{AfterStop::kIdle};
-        bool killed{false};
-        bool reportedTerminating{false};
-        bool queued{false};  // Starting, waiting in the launch queue: no OS process yet
-        unsigned int restartsUsed{0U};
+        ProcessMachine machine;
+        std::size_t group;
         std::vector<Completion> restartWaiters;
     };
     struct Group {
@@ -104,21 +94,15 @@ private:
         bool failed{false};
         std::optional<std::string> target;
         std::vector<Completion> waiters;
-        Clock::time_point since{};
     };
 
     std::optional<std::size_t> FindGroup(const std::string& name) const;
-    Proc* FindByPid(pid_t pid);
-    const Proc* FindByPid(pid_t pid) const;
-    bool Wanted(const Proc& proc) const;
+    std::optional<std::size_t> FindByPid(pid_t pid) const;
     bool RunsIn(const Proc& proc, const std::string& state) const;
+    /// Hands `event` to the process's machine and carries out what it asks for.
+    void Feed(std::size_t index, const ProcessEvent& event, Clock::time_point now);
+    void Carry(std::size_t index, const ProcessAction& action, Clock::time_point now);
     void Converge(std::size_t group, Clock::time_point now);
-    bool Launch(Proc& proc, Clock::time_point now);
-    /// Starting, launched later by LaunchQueued.
-    void Queue(Proc& proc);
-    void Stop(Proc& proc, AfterStop after, bool kill, Clock::time_point now);
-    void ProcessFailed(Proc& proc, const std::string& why, Clock::time_point now);
-    void ApplyRestartPolicy(Proc& proc, Clock::time_point now);
     void EndTransition(std::size_t group, const Outcome& outcome, const std::string& how);
     void Answer(std::vector<Completion>& waiters, const Outcome& outcome);
     void ContinueShutdown(Clock::time_point now);
