@@ -1,5 +1,5 @@
-// Function-group transitions, the owner of the process state machines, the launch queue and
-// shutdown.
+// The owner of the process state machines and the function groups: it feeds them their
+// events, carries out the process machines' actions, keeps the launch queue and shuts down.
 #include "supervisor.h"
 
 #include <algorithm>
@@ -25,11 +25,14 @@ Supervisor::Supervisor(Manifest manifest, Launcher& launcher, std::function<Cloc
       launcher_(launcher),
       clock_(std::move(clock)),
       log_(ara::quill::common::log::Log::GetLog("EMD")) {
-    for (const FunctionGroupConfig& group : manifest_.functionGroups) {
-        groups_.push_back(Group{&group, {}, false, std::nullopt, {}});
-    }
+    std::vector<std::vector<GroupTransition::Member>> members(manifest_.functionGroups.size());
     for (const ProcessConfig& process : manifest_.processes) {
-        procs_.push_back(Proc{ProcessMachine(process), FindGroup(process.functionGroup).value_or(0U), {}});
+        const std::size_t group = FindGroup(process.functionGroup).value_or(0U);
+        members[group].push_back({procs_.size(), &process});
+        procs_.push_back(Proc{ProcessMachine(process), group, {}});
+    }
+    for (std::size_t i = 0U; i < manifest_.functionGroups.size(); ++i) {
+        groups_.emplace_back(manifest_.functionGroups[i], std::move(members[i]));
     }
 }
 
@@ -40,12 +43,9 @@ void Supervisor::Start(Clock::time_point now) {
         order[i] = i;
     }
     std::stable_partition(
-        order.begin(), order.end(), [this](std::size_t i) { return groups_[i].config->name == MACHINE_FG; });
+        order.begin(), order.end(), [this](std::size_t i) { return groups_[i].Config().name == MACHINE_FG; });
     for (const std::size_t i : order) {
-        Group& group = groups_[i];
-        group.target = group.config->initialState;
-        log_->info() << "[Supervisor][Transition begins][function_group=" << group.config->name
-                     << ", from=(none), to=" << *group.target << "]";
+        groups_[i].BeginInitial();
         Converge(i, now);
     }
 }
@@ -61,21 +61,15 @@ void Supervisor::SetState(const std::string& name, const std::string& state, Com
         done(Error(ExecErrc::kInvalidArguments));
         return;
     }
-    Group& group = groups_[*index];
-    const auto& states = group.config->states;
+    const auto& states = groups_[*index].Config().states;
     if (std::find(states.begin(), states.end(), state) == states.end()) {
         log_->warn() << "[Supervisor][Unknown function group state][function_group=" << name << ", state=" << state
                      << "]";
         done(Error(ExecErrc::kInvalidArguments));
         return;
     }
-    if (group.target) {
-        EndTransition(*index, Error(ExecErrc::kCancelled), "cancelled by a newer request");
-    }
-    group.target = state;
-    group.waiters.push_back(std::move(done));
-    log_->info() << "[Supervisor][Transition begins][function_group=" << name << ", from=" << group.current
-                 << ", to=" << state << "]";
+    EndTransition(*index, Error(ExecErrc::kCancelled), "cancelled by a newer request");
+    groups_[*index].Begin(state, std::move(done));
     Converge(*index, now);
 }
 
@@ -93,13 +87,13 @@ ara::core::Result<ara::core::String, ara::core::ErrorCode> Supervisor::GetState(
     if (!index) {
         return R::FromError(ara::exec::MakeErrorCode(ExecErrc::kInvalidArguments, 0));
     }
-    if (groups_[*index].failed) {
+    if (groups_[*index].Failed()) {
         return R::FromError(ara::exec::MakeErrorCode(ExecErrc::kFailed, 0));
     }
-    if (groups_[*index].current.empty()) {
+    if (groups_[*index].Current().empty()) {
         return R::FromError(ara::exec::MakeErrorCode(ExecErrc::kBusy, 0));
     }
-    return R::FromValue(groups_[*index].current);
+    return R::FromValue(groups_[*index].Current());
 }
 
 std::vector<ara::exec::Process> Supervisor::ProcessStates() const {
@@ -134,14 +128,14 @@ void Supervisor::Restart(const std::string& name, bool kill, Completion done, Cl
         return;
     }
     Proc& proc = *found;
-    const Group& group = groups_[proc.group];
-    if (shuttingDown_ || !RunsIn(proc, group.target ? *group.target : group.current)) {
+    const GroupTransition& group = groups_[proc.group];
+    if (shuttingDown_ || !group.Wants(proc.machine.Config())) {
         log_->warn() << "[Supervisor][Restart refused: the process does not run in its group's state][process=" << name
                      << "]";
         done(Error(ExecErrc::kFailed));
         return;
     }
-    if (group.target) {
+    if (group.Target()) {
         log_->warn() << "[Supervisor][Restart refused: its function group is in transition][process=" << name << "]";
         done(Error(ExecErrc::kBusy));
         return;
@@ -205,9 +199,7 @@ void Supervisor::Shutdown(Clock::time_point now) {
     log_->info() << "[Supervisor][Shutting down]";
     shuttingDown_ = true;
     for (std::size_t i = 0U; i < groups_.size(); ++i) {
-        if (groups_[i].target) {
-            EndTransition(i, Error(ExecErrc::kFailed), "ended by shutdown");
-        }
+        EndTransition(i, Error(ExecErrc::kFailed), "ended by shutdown");
     }
     Answer(initialWaiters_, Error(ExecErrc::kFailed));
     launchQueue_.clear();
@@ -255,17 +247,12 @@ std::optional<std::size_t> Supervisor::FindByPid(pid_t pid) const {
                                  : std::optional<std::size_t>(static_cast<std::size_t>(found - procs_.begin()));
 }
 
-bool Supervisor::RunsIn(const Proc& proc, const std::string& state) const {
-    const auto& states = proc.machine.Config().states;
-    return std::find(states.begin(), states.end(), state) != states.end();
-}
-
 void Supervisor::Feed(std::size_t index, const ProcessEvent& event, Clock::time_point now) {
     Proc& proc = procs_[index];
-    const Group& group = groups_[proc.group];
+    const GroupTransition& group = groups_[proc.group];
     ProcessContext context;
-    context.wanted = RunsIn(proc, group.target ? *group.target : group.current);
-    context.inTransition = group.target && RunsIn(proc, *group.target);
+    context.wanted = group.Wants(proc.machine.Config());
+    context.inTransition = group.Moves(proc.machine.Config());
     context.restartWaiters = !proc.restartWaiters.empty();
     context.shuttingDown = shuttingDown_;
     for (const ProcessAction& action : proc.machine.Handle(event, context, now)) {
@@ -311,7 +298,7 @@ void Supervisor::Carry(std::size_t index, const ProcessAction& action, Clock::ti
             EndTransition(proc.group, Error(ExecErrc::kFailed), action.text);
             break;
         case ProcessAction::Kind::kGroupFailed:
-            groups_[proc.group].failed = action.failed;
+            groups_[proc.group].SetFailed(action.failed);
             break;
         case ProcessAction::Kind::kContinueShutdown:
             ContinueShutdown(now);
@@ -319,62 +306,31 @@ void Supervisor::Carry(std::size_t index, const ProcessAction& action, Clock::ti
     }
 }
 
-void Supervisor::Converge(std::size_t index, Clock::time_point now) {
-    Group& group = groups_[index];
-    if (!group.target || shuttingDown_) {
-        return;
-    }
-    const std::string target = *group.target;
-    bool stopping = false;
-    for (std::size_t i = 0U; i < procs_.size(); ++i) {
-        if (procs_[i].group != index) {
-            continue;
-        }
-        if (!RunsIn(procs_[i], target)) {
-            Feed(i, ProcessEvent::Stop(false, AfterStop::kIdle), now);
-        }
-        stopping = stopping || procs_[i].machine.Phase() == Phase::kTerminating;
-    }
-    if (stopping) {
-        return;  // the starts wait until every stop has ended
-    }
-    bool starting = false;
-    for (std::size_t i = 0U; i < procs_.size(); ++i) {
-        if (procs_[i].group != index || !RunsIn(procs_[i], target)) {
-            continue;
-        }
-        Feed(i, ProcessEvent::Of(ProcessEvent::Kind::kStart), now);
-        starting = starting || procs_[i].machine.Phase() != Phase::kRunning;
-    }
-    if (!starting) {
-        EndTransition(index, {}, "completed");
+void Supervisor::Converge(std::size_t group, Clock::time_point now) {
+    if (!shuttingDown_ && groups_[group].Converge(*this, now)) {
+        Ended(group, {});
     }
 }
 
-void Supervisor::EndTransition(std::size_t index, const Outcome& outcome, const std::string& how) {
-    Group& group = groups_[index];
-    if (!group.target) {
-        return;
+void Supervisor::EndTransition(std::size_t group, const Outcome& outcome, const std::string& how) {
+    if (groups_[group].End(outcome, how)) {
+        Ended(group, outcome);
     }
-    const std::string target = *group.target;
-    const bool cancelled = !outcome.HasValue() && outcome.Error() == ara::exec::MakeErrorCode(ExecErrc::kCancelled, 0);
-    if (!cancelled) {
-        group.current = target;
-        group.failed = !outcome.HasValue();
-    }
-    group.target.reset();
-    if (outcome.HasValue()) {
-        log_->info() << "[Supervisor][Transition completed][function_group=" << group.config->name
-                     << ", state=" << target << "]";
-    } else {
-        log_->warn() << "[Supervisor][Transition ended][function_group=" << group.config->name << ", state=" << target
-                     << ", result=" << how << "]";
-    }
-    Answer(group.waiters, outcome);
-    if (group.config->name == MACHINE_FG && !initialResult_) {
+}
+
+void Supervisor::Ended(std::size_t group, const Outcome& outcome) {
+    if (groups_[group].Config().name == MACHINE_FG && !initialResult_) {
         initialResult_ = outcome;
         Answer(initialWaiters_, outcome);
     }
+}
+
+void Supervisor::Withdraw(std::size_t process, Clock::time_point now) {
+    Feed(process, ProcessEvent::Stop(false, AfterStop::kIdle), now);
+}
+
+void Supervisor::Bring(std::size_t process, Clock::time_point now) {
+    Feed(process, ProcessEvent::Of(ProcessEvent::Kind::kStart), now);
 }
 
 void Supervisor::Answer(std::vector<Completion>& waiters, const Outcome& outcome) {
@@ -387,7 +343,7 @@ void Supervisor::Answer(std::vector<Completion>& waiters, const Outcome& outcome
 
 void Supervisor::ContinueShutdown(Clock::time_point now) {
     // The other groups' processes first, all at once; MachineFG's, the machine's own, last.
-    const auto inMachine = [this](const Proc& proc) { return groups_[proc.group].config->name == MACHINE_FG; };
+    const auto inMachine = [this](const Proc& proc) { return groups_[proc.group].Config().name == MACHINE_FG; };
     const bool othersLeft =
         std::any_of(procs_.begin(), procs_.end(), [&](const Proc& p) { return p.machine.Pid() > 0 && !inMachine(p); });
     bool left = false;

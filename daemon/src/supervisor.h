@@ -1,9 +1,10 @@
-// The supervisor: the state of every function group and every supervised process. Each
+// The supervisor: the owner of every function group and every supervised process. Each
 // process is a ProcessMachine (process_machine.h); the supervisor feeds it its events
 // (launched, reported kRunning or kTerminating, exited, time-out, stop requested) and carries
-// out the actions it returns. Each group converges on its target state by stopping what must
-// not run and then starting what must. Only the event loop's thread calls it; it never blocks
-// and never touches the OS but through the Launcher.
+// out the actions it returns. Each group is a GroupTransition (group_transition.h), which
+// converges on its target state by stopping what must not run and then starting what must.
+// Only the event loop's thread calls it; it never blocks and never touches the OS but
+// through the Launcher.
 #ifndef TARN_EM_DAEMON_SUPERVISOR_H
 #define TARN_EM_DAEMON_SUPERVISOR_H
 
@@ -23,17 +24,14 @@
 #include "ara/exec/execution_state.h"
 #include "ara/exec/process.h"
 #include "ara/quill/common/log/log.h"
+#include "group_transition.h"
 #include "launcher.h"
 #include "manifest.h"
 #include "process_machine.h"
 
 namespace tarn::em::daemon {
 
-/// How a request that waits for a transition or a restart ends.
-using Outcome = ara::core::Result<void, ara::core::ErrorCode>;
-using Completion = std::function<void(const Outcome&)>;
-
-class Supervisor {
+class Supervisor final : private GroupTransition::Members {
 public:
     /// Where a process is in its life; the texts are what GetProcessStates reports.
     using Phase = ProcessPhase;
@@ -41,6 +39,8 @@ public:
 
     /// `clock` is read for the time of the launches that LaunchQueued makes.
     Supervisor(Manifest manifest, Launcher& launcher, std::function<Clock::time_point()> clock = &Clock::now);
+    Supervisor(const Supervisor&) = delete;
+    Supervisor& operator=(const Supervisor&) = delete;
 
     /// Moves every function group to its initial state; the outcome of MachineFG's move is
     /// what GetInitialResult answers.
@@ -88,29 +88,27 @@ private:
         std::size_t group;
         std::vector<Completion> restartWaiters;
     };
-    struct Group {
-        const FunctionGroupConfig* config;
-        std::string current;
-        bool failed{false};
-        std::optional<std::string> target;
-        std::vector<Completion> waiters;
-    };
 
     std::optional<std::size_t> FindGroup(const std::string& name) const;
     std::optional<std::size_t> FindByPid(pid_t pid) const;
-    bool RunsIn(const Proc& proc, const std::string& state) const;
-    /// Hands `event` to the process's machine and carries out what it asks for.
+    /// Hands `event` to the process's machine and carries out the actions it returns, in order.
     void Feed(std::size_t index, const ProcessEvent& event, Clock::time_point now);
     void Carry(std::size_t index, const ProcessAction& action, Clock::time_point now);
     void Converge(std::size_t group, Clock::time_point now);
     void EndTransition(std::size_t group, const Outcome& outcome, const std::string& how);
+    /// The group's transition has ended: the first of MachineFG is GetInitialResult's answer.
+    void Ended(std::size_t group, const Outcome& outcome);
+    // What a group's transition asks of its processes.
+    ProcessPhase PhaseOf(std::size_t process) const override { return procs_[process].machine.Phase(); }
+    void Withdraw(std::size_t process, Clock::time_point now) override;
+    void Bring(std::size_t process, Clock::time_point now) override;
     void Answer(std::vector<Completion>& waiters, const Outcome& outcome);
     void ContinueShutdown(Clock::time_point now);
 
     Manifest manifest_;
     Launcher& launcher_;
     std::function<Clock::time_point()> clock_;
-    std::vector<Group> groups_;
+    std::vector<GroupTransition> groups_;
     std::vector<Proc> procs_;
     std::deque<std::size_t> launchQueue_;  // indices into procs_
     std::optional<Outcome> initialResult_;
