@@ -43,7 +43,8 @@ bool GroupTransition::Converge(Members& members, Clock::time_point now) {
     const std::string target = *target_;
     bool stopping = false;
     for (const Member& member : members_) {
-        if (!RunsIn(*member.config, target)) {
+        const ProcessPhase phase = members.PhaseOf(member.index);
+        if (!RunsIn(*member.config, target) && phase != ProcessPhase::kIdle && phase != ProcessPhase::kTerminating) {
             members.Withdraw(member.index, now);
         }
         stopping = stopping || members.PhaseOf(member.index) == ProcessPhase::kTerminating;
@@ -54,7 +55,10 @@ bool GroupTransition::Converge(Members& members, Clock::time_point now) {
     bool starting = false;
     for (const Member& member : members_) {
         if (RunsIn(*member.config, target)) {
-            members.Bring(member.index, now);
+            const ProcessPhase phase = members.PhaseOf(member.index);
+            if (phase == ProcessPhase::kIdle || phase == ProcessPhase::kFailed) {
+                members.Bring(member.index, now);
+            }
             starting = starting || members.PhaseOf(member.index) != ProcessPhase::kRunning;
         }
     }

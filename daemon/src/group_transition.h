@@ -36,9 +36,10 @@ public:
     public:
         virtual ~Members() = default;
         virtual ProcessPhase PhaseOf(std::size_t process) const = 0;
-        /// It must not run in the target state: stop it, or drop its queued launch or restart.
+        /// It must not run in the target state and is neither idle nor stopping: stop it, or
+        /// drop its queued launch or pending restart.
         virtual void Withdraw(std::size_t process, Clock::time_point now) = 0;
-        /// It must run in the target state: queue its launch unless it runs or is on its way.
+        /// It must run in the target state and is idle or failed: queue its launch.
         virtual void Bring(std::size_t process, Clock::time_point now) = 0;
     };
     struct Member {

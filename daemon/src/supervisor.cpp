@@ -251,8 +251,8 @@ void Supervisor::Feed(std::size_t index, const ProcessEvent& event, Clock::time_
     Proc& proc = procs_[index];
     const GroupTransition& group = groups_[proc.group];
     ProcessContext context;
-    context.wanted = group.Wants(proc.machine.Config());
     context.inTransition = group.Moves(proc.machine.Config());
+    context.wanted = group.Target() ? context.inTransition : group.Wants(proc.machine.Config());
     context.restartWaiters = !proc.restartWaiters.empty();
     context.shuttingDown = shuttingDown_;
     for (const ProcessAction& action : proc.machine.Handle(event, context, now)) {
