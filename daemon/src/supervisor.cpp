@@ -1,7 +1,6 @@
-// Function-group transitions, process state machines, time-outs, restarts and shutdown.
+// The owner of the process state machines and the function groups: it feeds them their
+// events, carries out the process machines' actions, keeps the launch queue and shuts down.
 #include "supervisor.h"
-
-#include <signal.h>
 
 #include <algorithm>
 #include <utility>
@@ -13,45 +12,27 @@ namespace tarn::em::daemon {
 namespace {
 
 using ara::exec::ExecErrc;
+using ara::quill::common::log::LogLevel;
 
 Outcome Error(ExecErrc code) {
     return Outcome::FromError(ara::exec::MakeErrorCode(code, 0));
 }
 
-long long Ms(Clock::duration duration) {
-    return static_cast<long long>(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count());
-}
-
 }  // namespace
 
-const char* Supervisor::PhaseName(Phase phase) noexcept {
-    switch (phase) {
-        case Phase::kIdle:
-            return "Idle";
-        case Phase::kStarting:
-            return "Starting";
-        case Phase::kRunning:
-            return "Running";
-        case Phase::kTerminating:
-            return "Terminating";
-        case Phase::kRestarting:
-            return "Restarting";
-        case Phase::kFailed:
-            return "Failed";
-    }
-    return "Unknown";
-}
-
-Supervisor::Supervisor(Manifest manifest, Launcher& launcher)
-    : manifest_(std::move(manifest)), launcher_(launcher), log_(ara::quill::common::log::Log::GetLog("EMD")) {
-    for (const FunctionGroupConfig& group : manifest_.functionGroups) {
-        groups_.push_back(Group{&group, {}, false, std::nullopt, {}, {}});
-    }
+Supervisor::Supervisor(Manifest manifest, Launcher& launcher, std::function<Clock::time_point()> clock)
+    : manifest_(std::move(manifest)),
+      launcher_(launcher),
+      clock_(std::move(clock)),
+      log_(ara::quill::common::log::Log::GetLog("EMD")) {
+    std::vector<std::vector<GroupTransition::Member>> members(manifest_.functionGroups.size());
     for (const ProcessConfig& process : manifest_.processes) {
-        Proc proc;
-        proc.config = &process;
-        proc.group = FindGroup(process.functionGroup).value_or(0U);
-        procs_.push_back(std::move(proc));
+        const std::size_t group = FindGroup(process.functionGroup).value_or(0U);
+        members[group].push_back({procs_.size(), &process});
+        procs_.push_back(Proc{ProcessMachine(process), group, {}});
+    }
+    for (std::size_t i = 0U; i < manifest_.functionGroups.size(); ++i) {
+        groups_.emplace_back(manifest_.functionGroups[i], std::move(members[i]));
     }
 }
 
@@ -62,13 +43,9 @@ void Supervisor::Start(Clock::time_point now) {
         order[i] = i;
     }
     std::stable_partition(
-        order.begin(), order.end(), [this](std::size_t i) { return groups_[i].config->name == MACHINE_FG; });
+        order.begin(), order.end(), [this](std::size_t i) { return groups_[i].Config().name == MACHINE_FG; });
     for (const std::size_t i : order) {
-        Group& group = groups_[i];
-        group.target = group.config->initialState;
-        group.since = now;
-        log_->info() << "[Supervisor][Transition begins][function_group=" << group.config->name
-                     << ", from=(none), to=" << *group.target << "]";
+        groups_[i].BeginInitial();
         Converge(i, now);
     }
 }
@@ -84,22 +61,15 @@ void Supervisor::SetState(const std::string& name, const std::string& state, Com
         done(Error(ExecErrc::kInvalidArguments));
         return;
     }
-    Group& group = groups_[*index];
-    const auto& states = group.config->states;
+    const auto& states = groups_[*index].Config().states;
     if (std::find(states.begin(), states.end(), state) == states.end()) {
         log_->warn() << "[Supervisor][Unknown function group state][function_group=" << name << ", state=" << state
                      << "]";
         done(Error(ExecErrc::kInvalidArguments));
         return;
     }
-    if (group.target) {
-        EndTransition(*index, Error(ExecErrc::kCancelled), "cancelled by a newer request");
-    }
-    group.target = state;
-    group.since = now;
-    group.waiters.push_back(std::move(done));
-    log_->info() << "[Supervisor][Transition begins][function_group=" << name << ", from=" << group.current
-                 << ", to=" << state << "]";
+    EndTransition(*index, Error(ExecErrc::kCancelled), "cancelled by a newer request");
+    groups_[*index].Begin(state, std::move(done));
     Converge(*index, now);
 }
 
@@ -117,211 +87,93 @@ ara::core::Result<ara::core::String, ara::core::ErrorCode> Supervisor::GetState(
     if (!index) {
         return R::FromError(ara::exec::MakeErrorCode(ExecErrc::kInvalidArguments, 0));
     }
-    if (groups_[*index].failed) {
+    if (groups_[*index].Failed()) {
         return R::FromError(ara::exec::MakeErrorCode(ExecErrc::kFailed, 0));
     }
-    if (groups_[*index].current.empty()) {
+    if (groups_[*index].Current().empty()) {
         return R::FromError(ara::exec::MakeErrorCode(ExecErrc::kBusy, 0));
     }
-    return R::FromValue(groups_[*index].current);
+    return R::FromValue(groups_[*index].Current());
 }
 
 std::vector<ara::exec::Process> Supervisor::ProcessStates() const {
     std::vector<ara::exec::Process> list;
     list.reserve(procs_.size());
     for (const Proc& proc : procs_) {
-        list.push_back(ara::exec::Process{proc.config->name,
-                                          proc.config->functionGroup,
-                                          PhaseName(proc.phase),
-                                          proc.pid > 0 ? std::to_string(proc.pid) : std::string(),
-                                          proc.pid > 0});
+        const ProcessMachine& machine = proc.machine;
+        list.push_back(ara::exec::Process{machine.Config().name,
+                                          machine.Config().functionGroup,
+                                          PhaseName(machine.Phase()),
+                                          machine.Pid() > 0 ? std::to_string(machine.Pid()) : std::string(),
+                                          machine.Pid() > 0});
     }
     return list;
 }
 
 ara::core::Result<ara::core::String, ara::core::ErrorCode> Supervisor::ProcessName(pid_t pid) const {
     using R = ara::core::Result<ara::core::String, ara::core::ErrorCode>;
-    const Proc* proc = FindByPid(pid);
-    if (proc == nullptr) {
+    const auto index = FindByPid(pid);
+    if (!index) {
         return R::FromError(ara::exec::MakeErrorCode(ExecErrc::kInvalidArguments, 0));
     }
-    return R::FromValue(proc->config->name);
+    return R::FromValue(procs_[*index].machine.Config().name);
 }
 
 void Supervisor::Restart(const std::string& name, bool kill, Completion done, Clock::time_point now) {
     const auto found =
-        std::find_if(procs_.begin(), procs_.end(), [&](const Proc& p) { return p.config->name == name; });
+        std::find_if(procs_.begin(), procs_.end(), [&](const Proc& p) { return p.machine.Config().name == name; });
     if (found == procs_.end()) {
         log_->warn() << "[Supervisor][Restart of an unknown process][process=" << name << "]";
         done(Error(ExecErrc::kInvalidArguments));
         return;
     }
     Proc& proc = *found;
-    if (shuttingDown_ || !Wanted(proc)) {
+    const GroupTransition& group = groups_[proc.group];
+    if (shuttingDown_ || !group.Wants(proc.machine.Config())) {
         log_->warn() << "[Supervisor][Restart refused: the process does not run in its group's state][process=" << name
                      << "]";
         done(Error(ExecErrc::kFailed));
         return;
     }
-    if (groups_[proc.group].target) {
+    if (group.Target()) {
         log_->warn() << "[Supervisor][Restart refused: its function group is in transition][process=" << name << "]";
         done(Error(ExecErrc::kBusy));
         return;
     }
     log_->info() << "[Supervisor][Restart requested][process=" << name << ", kill=" << (kill ? "true" : "false") << "]";
     proc.restartWaiters.push_back(std::move(done));
-    proc.restartsUsed = 0U;
-    switch (proc.phase) {
-        case Phase::kStarting:
-        case Phase::kRunning:
-            Stop(proc, AfterStop::kRelaunch, kill, now);
-            break;
-        case Phase::kTerminating:
-            proc.afterStop = AfterStop::kRelaunch;
-            if (kill && !proc.killed) {
-                launcher_.Signal(proc.pid, SIGKILL);
-                proc.killed = true;
-            }
-            break;
-        case Phase::kIdle:
-        case Phase::kRestarting:
-        case Phase::kFailed:
-            if (Launch(proc, now)) {
-                groups_[proc.group].failed = false;
-            }
-            break;
-    }
+    Feed(static_cast<std::size_t>(found - procs_.begin()), ProcessEvent::Stop(kill, AfterStop::kRelaunch), now);
 }
 
 Outcome Supervisor::Report(pid_t pid, ara::exec::ExecutionState state, Clock::time_point now) {
-    Proc* proc = FindByPid(pid);
-    if (proc == nullptr) {
+    const auto index = FindByPid(pid);
+    if (!index) {
         log_->warn() << "[Supervisor][Report from a process emd did not start][pid=" << pid << "]";
         return Error(ExecErrc::kInvalidArguments);
     }
-    if (state == ara::exec::ExecutionState::kTerminating) {
-        log_->info() << "[Supervisor][Reported kTerminating][process=" << proc->config->name << ", pid=" << pid << "]";
-        proc->reportedTerminating = true;
-        if (proc->phase == Phase::kStarting || proc->phase == Phase::kRunning) {
-            proc->deadline = now + proc->config->terminationTimeout;  // it has that long to exit
-        }
-        return {};
-    }
-    if (state != ara::exec::ExecutionState::kRunning) {
-        log_->warn() << "[Supervisor][Report of an unknown execution state][process=" << proc->config->name
-                     << ", state=" << static_cast<int>(state) << "]";
+    if (state != ara::exec::ExecutionState::kRunning && state != ara::exec::ExecutionState::kTerminating) {
+        log_->warn() << "[Supervisor][Report of an unknown execution state][process="
+                     << procs_[*index].machine.Config().name << ", state=" << static_cast<int>(state) << "]";
         return Error(ExecErrc::kInvalidArguments);
     }
-    if (proc->phase != Phase::kStarting) {
-        return {};
-    }
-    log_->info() << "[Supervisor][Reported kRunning][process=" << proc->config->name << ", pid=" << pid
-                 << ", after_ms=" << Ms(now - proc->launchedAt) << "]";
-    proc->phase = Phase::kRunning;
-    proc->deadline.reset();
-    Answer(proc->restartWaiters, {});
-    Converge(proc->group, now);
+    Feed(*index, ProcessEvent::Reported(state), now);
     return {};
 }
 
 void Supervisor::OnExit(pid_t pid, int status, Clock::time_point now) {
-    Proc* found = FindByPid(pid);
-    if (found == nullptr) {
+    const auto index = FindByPid(pid);
+    if (!index) {
         log_->warn() << "[Supervisor][Reaped an unknown child][pid=" << pid << ", status=" << DescribeExit(status)
                      << "]";
         return;
     }
-    Proc& proc = *found;
-    const Phase was = proc.phase;
-    log_->info() << "[Supervisor][Process exited][process=" << proc.config->name << ", pid=" << pid
-                 << ", status=" << DescribeExit(status) << ", state=" << PhaseName(was) << "]";
-    proc.pid = -1;
-    proc.deadline.reset();
-    proc.killed = false;
-    if (shuttingDown_) {
-        proc.phase = Phase::kIdle;
-        Answer(proc.restartWaiters, Error(ExecErrc::kFailed));
-        ContinueShutdown(now);
-        return;
-    }
-    if (was == Phase::kTerminating) {
-        switch (proc.afterStop) {
-            case AfterStop::kIdle:
-                proc.phase = Phase::kIdle;
-                break;
-            case AfterStop::kFailed:
-                proc.phase = Phase::kFailed;
-                break;
-            case AfterStop::kRelaunch:
-                proc.phase = Phase::kIdle;
-                if (Wanted(proc)) {
-                    if (Launch(proc, now)) {
-                        groups_[proc.group].failed = false;
-                    }
-                    return;
-                }
-                Answer(proc.restartWaiters, Error(ExecErrc::kCancelled));
-                break;
-            case AfterStop::kRestartPolicy:
-                ApplyRestartPolicy(proc, now);
-                break;
-        }
-        Converge(proc.group, now);
-        return;
-    }
-    if (was == Phase::kRunning && proc.reportedTerminating) {
-        log_->info() << "[Supervisor][Process ended after reporting kTerminating][process=" << proc.config->name << "]";
-        proc.phase = Phase::kIdle;
-        Converge(proc.group, now);
-        return;
-    }
-    if (was == Phase::kStarting) {
-        ProcessFailed(proc, "exited before reporting kRunning", now);
-        return;
-    }
-    ApplyRestartPolicy(proc, now);
-    Converge(proc.group, now);
+    Feed(*index, ProcessEvent::Exited(status), now);
 }
 
 void Supervisor::OnTimer(Clock::time_point now) {
-    for (Proc& proc : procs_) {
-        if (!proc.deadline || *proc.deadline > now) {
-            continue;
-        }
-        proc.deadline.reset();
-        switch (proc.phase) {
-            case Phase::kStarting:
-                log_->warn() << "[Supervisor][No kRunning report in time][process=" << proc.config->name
-                             << ", pid=" << proc.pid << ", timeout_ms=" << proc.config->startupTimeout.count() << "]";
-                ProcessFailed(proc, "did not report kRunning in time", now);
-                break;
-            case Phase::kTerminating:
-                if (!proc.killed) {
-                    log_->warn() << "[Supervisor][Still running after SIGTERM, sending SIGKILL][process="
-                                 << proc.config->name << ", pid=" << proc.pid
-                                 << ", timeout_ms=" << proc.config->terminationTimeout.count() << "]";
-                    launcher_.Signal(proc.pid, SIGKILL);
-                    proc.killed = true;
-                }
-                break;
-            case Phase::kRestarting:
-                proc.phase = Phase::kIdle;
-                if (!Launch(proc, now)) {
-                    ApplyRestartPolicy(proc, now);
-                }
-                Converge(proc.group, now);
-                break;
-            case Phase::kRunning:
-                if (proc.reportedTerminating) {
-                    log_->warn() << "[Supervisor][Still running after reporting kTerminating, sending SIGKILL][process="
-                                 << proc.config->name << ", pid=" << proc.pid
-                                 << ", timeout_ms=" << proc.config->terminationTimeout.count() << "]";
-                    Stop(proc, AfterStop::kIdle, true, now);
-                }
-                break;
-            case Phase::kIdle:
-            case Phase::kFailed:
-                break;
+    for (std::size_t i = 0U; i < procs_.size(); ++i) {
+        if (procs_[i].machine.Due(now)) {
+            Feed(i, ProcessEvent::Of(ProcessEvent::Kind::kTimer), now);
         }
     }
 }
@@ -329,8 +181,9 @@ void Supervisor::OnTimer(Clock::time_point now) {
 std::optional<Clock::time_point> Supervisor::NextDeadline() const {
     std::optional<Clock::time_point> next;
     for (const Proc& proc : procs_) {
-        if (proc.deadline && (!next || *proc.deadline < *next)) {
-            next = proc.deadline;
+        const auto deadline = proc.machine.Deadline();
+        if (deadline && (!next || *deadline < *next)) {
+            next = deadline;
         }
     }
     return next;
@@ -338,40 +191,41 @@ std::optional<Clock::time_point> Supervisor::NextDeadline() const {
 
 void Supervisor::Shutdown(Clock::time_point now) {
     if (shuttingDown_) {
-        for (Proc& proc : procs_) {
-            if (proc.pid > 0) {
-                log_->warn() << "[Supervisor][Killing at once][process=" << proc.config->name << ", pid=" << proc.pid
-                             << "]";
-                launcher_.Signal(proc.pid, SIGKILL);
-                proc.killed = true;
-            }
+        for (std::size_t i = 0U; i < procs_.size(); ++i) {
+            Feed(i, ProcessEvent::Of(ProcessEvent::Kind::kKill), now);
         }
         return;
     }
     log_->info() << "[Supervisor][Shutting down]";
     shuttingDown_ = true;
     for (std::size_t i = 0U; i < groups_.size(); ++i) {
-        if (groups_[i].target) {
-            EndTransition(i, Error(ExecErrc::kFailed), "ended by shutdown");
-        }
+        EndTransition(i, Error(ExecErrc::kFailed), "ended by shutdown");
     }
     Answer(initialWaiters_, Error(ExecErrc::kFailed));
     launchQueue_.clear();
-    for (Proc& proc : procs_) {
-        proc.queued = false;
-        Answer(proc.restartWaiters, Error(ExecErrc::kFailed));
-        if (proc.pid <= 0) {
-            proc.phase = Phase::kIdle;
-        }
-        if (proc.phase != Phase::kTerminating) {
-            proc.deadline.reset();
-        }
+    for (std::size_t i = 0U; i < procs_.size(); ++i) {
+        Feed(i, ProcessEvent::Of(ProcessEvent::Kind::kShutdown), now);
     }
     ContinueShutdown(now);
 }
 
 bool Supervisor::Finished() const {
-    return shuttingDown_ && std::none_of(procs_.begin(), procs_.end(), [](const Proc& p) { return p.pid > 0; });
+    return shuttingDown_ &&
+           std::none_of(procs_.begin(), procs_.end(), [](const Proc& p) { return p.machine.Pid() > 0; });
+}
+
+bool Supervisor::LaunchQueued(Clock::time_point until) {
+    bool launched = false;
+    while (!launchQueue_.empty() && (!launched || clock_() < until)) {
+        const std::size_t index = launchQueue_.front();
+        launchQueue_.pop_front();
+        if (!procs_[index].machine.Queued()) {
+            continue;  // stopped or launched another way while it waited
+        }
+        launched = true;
+        Feed(index, ProcessEvent::Of(ProcessEvent::Kind::kDequeued), clock_());
+    }
+    return !launchQueue_.empty();
 }
 
 std::optional<std::size_t> Supervisor::FindGroup(const std::string& name) const {
@@ -383,207 +237,100 @@ std::optional<std::size_t> Supervisor::FindGroup(const std::string& name) const 
     return std::nullopt;
 }
 
-Supervisor::Proc* Supervisor::FindByPid(pid_t pid) {
-    return const_cast<Proc*>(std::as_const(*this).FindByPid(pid));
-}
-
-const Supervisor::Proc* Supervisor::FindByPid(pid_t pid) const {
+std::optional<std::size_t> Supervisor::FindByPid(pid_t pid) const {
     if (pid <= 0) {
-        return nullptr;
+        return std::nullopt;
     }
-    const auto found = std::find_if(procs_.begin(), procs_.end(), [pid](const Proc& p) { return p.pid == pid; });
-    return found == procs_.end() ? nullptr : &*found;
+    const auto found =
+        std::find_if(procs_.begin(), procs_.end(), [pid](const Proc& p) { return p.machine.Pid() == pid; });
+    return found == procs_.end() ? std::nullopt
+                                 : std::optional<std::size_t>(static_cast<std::size_t>(found - procs_.begin()));
 }
 
-bool Supervisor::RunsIn(const Proc& proc, const std::string& state) const {
-    const auto& states = proc.config->states;
-    return std::find(states.begin(), states.end(), state) != states.end();
-}
-
-bool Supervisor::Wanted(const Proc& proc) const {
-    const Group& group = groups_[proc.group];
-    return RunsIn(proc, group.target ? *group.target : group.current);
-}
-
-void Supervisor::Converge(std::size_t index, Clock::time_point now) {
-    Group& group = groups_[index];
-    if (!group.target || shuttingDown_) {
-        return;
-    }
-    const std::string target = *group.target;
-    bool stopping = false;
-    for (Proc& proc : procs_) {
-        if (proc.group != index) {
-            continue;
-        }
-        const bool wanted = RunsIn(proc, target);
-        if (!wanted && proc.queued) {
-            proc.queued = false;
-            proc.phase = Phase::kIdle;
-            Answer(proc.restartWaiters, Error(ExecErrc::kCancelled));
-        } else if (!wanted && (proc.phase == Phase::kStarting || proc.phase == Phase::kRunning)) {
-            Answer(proc.restartWaiters, Error(ExecErrc::kCancelled));
-            Stop(proc, AfterStop::kIdle, false, now);
-        } else if (!wanted && (proc.phase == Phase::kRestarting || proc.phase == Phase::kFailed)) {
-            proc.phase = Phase::kIdle;
-            proc.deadline.reset();
-        }
-        stopping = stopping || proc.phase == Phase::kTerminating;
-    }
-    if (stopping) {
-        return;  // the starts wait until every stop has ended
-    }
-    bool starting = false;
-    for (Proc& proc : procs_) {
-        if (proc.group != index || !RunsIn(proc, target)) {
-            continue;
-        }
-        if (proc.phase == Phase::kIdle || proc.phase == Phase::kFailed) {
-            proc.restartsUsed = 0U;
-            Queue(proc);
-        }
-        starting = starting || proc.phase != Phase::kRunning;
-    }
-    if (!starting) {
-        EndTransition(index, {}, "completed");
+void Supervisor::Feed(std::size_t index, const ProcessEvent& event, Clock::time_point now) {
+    Proc& proc = procs_[index];
+    const GroupTransition& group = groups_[proc.group];
+    ProcessContext context;
+    context.inTransition = group.Moves(proc.machine.Config());
+    context.wanted = group.Target() ? context.inTransition : group.Wants(proc.machine.Config());
+    context.restartWaiters = !proc.restartWaiters.empty();
+    context.shuttingDown = shuttingDown_;
+    for (const ProcessAction& action : proc.machine.Handle(event, context, now)) {
+        Carry(index, action, now);
     }
 }
 
-void Supervisor::Queue(Proc& proc) {
-    proc.phase = Phase::kStarting;
-    proc.queued = true;
-    proc.deadline.reset();  // the start-up time-out runs from the launch
-    launchQueue_.push_back(static_cast<std::size_t>(&proc - procs_.data()));
-}
-
-bool Supervisor::LaunchQueued(Clock::time_point until) {
-    bool launched = false;
-    while (!launchQueue_.empty() && (!launched || Clock::now() < until)) {
-        Proc& proc = procs_[launchQueue_.front()];
-        launchQueue_.pop_front();
-        if (!proc.queued) {
-            continue;  // stopped or launched another way while it waited
-        }
-        proc.queued = false;
-        launched = true;
-        if (!Launch(proc, Clock::now())) {
-            const Group& group = groups_[proc.group];
-            if (group.target && RunsIn(proc, *group.target)) {
-                EndTransition(proc.group, Error(ExecErrc::kFailed), "process " + proc.config->name + " did not start");
+void Supervisor::Carry(std::size_t index, const ProcessAction& action, Clock::time_point now) {
+    Proc& proc = procs_[index];
+    switch (action.kind) {
+        case ProcessAction::Kind::kLog:
+            switch (action.level) {
+                case LogLevel::kError:
+                    log_->error() << action.text;
+                    break;
+                case LogLevel::kWarn:
+                    log_->warn() << action.text;
+                    break;
+                default:
+                    log_->info() << action.text;
+                    break;
             }
-        }
-    }
-    return !launchQueue_.empty();
-}
-
-bool Supervisor::Launch(Proc& proc, Clock::time_point now) {
-    const SpawnResult spawned = launcher_.Spawn(*proc.config);
-    if (spawned.pid <= 0) {
-        log_->error() << "[Supervisor][Launch failed][process=" << proc.config->name << ", reason=" << spawned.error
-                      << "]";
-        proc.phase = Phase::kFailed;
-        Answer(proc.restartWaiters, Error(ExecErrc::kFailed));
-        return false;
-    }
-    proc.pid = spawned.pid;
-    proc.phase = Phase::kStarting;
-    proc.queued = false;
-    proc.launchedAt = now;
-    proc.deadline = now + proc.config->startupTimeout;
-    proc.afterStop = AfterStop::kIdle;
-    proc.killed = false;
-    proc.reportedTerminating = false;
-    log_->info() << "[Supervisor][Launched][process=" << proc.config->name << ", pid=" << proc.pid
-                 << ", executable=" << proc.config->executable << "]";
-    return true;
-}
-
-void Supervisor::Stop(Proc& proc, AfterStop after, bool kill, Clock::time_point now) {
-    if (proc.queued) {  // no OS process yet: a restart keeps its place in the queue
-        if (after != AfterStop::kRelaunch) {
-            proc.queued = false;
-            proc.phase = after == AfterStop::kFailed ? Phase::kFailed : Phase::kIdle;
-        }
-        return;
-    }
-    log_->info() << "[Supervisor][Stopping][process=" << proc.config->name << ", pid=" << proc.pid
-                 << ", signal=" << (kill ? "SIGKILL" : "SIGTERM") << "]";
-    proc.phase = Phase::kTerminating;
-    proc.afterStop = after;
-    proc.killed = kill;
-    proc.deadline = kill ? std::nullopt : std::optional<Clock::time_point>(now + proc.config->terminationTimeout);
-    if (!launcher_.Signal(proc.pid, kill ? SIGKILL : SIGTERM)) {
-        log_->warn() << "[Supervisor][Signal not delivered][process=" << proc.config->name << ", pid=" << proc.pid
-                     << "]";
+            break;
+        case ProcessAction::Kind::kEnqueue:
+            launchQueue_.push_back(index);
+            break;
+        case ProcessAction::Kind::kLaunch:
+            Feed(index, ProcessEvent::Spawned(launcher_.Spawn(proc.machine.Config())), now);
+            break;
+        case ProcessAction::Kind::kSignal:
+            if (!launcher_.Signal(action.pid, action.signal) && action.warnUndelivered) {
+                log_->warn() << "[Supervisor][Signal not delivered][process=" << proc.machine.Config().name
+                             << ", pid=" << action.pid << "]";
+            }
+            break;
+        case ProcessAction::Kind::kAnswer:
+            Answer(proc.restartWaiters, action.error ? Error(*action.error) : Outcome{});
+            break;
+        case ProcessAction::Kind::kConverge:
+            Converge(proc.group, now);
+            break;
+        case ProcessAction::Kind::kFailTransition:
+            EndTransition(proc.group, Error(ExecErrc::kFailed), action.text);
+            break;
+        case ProcessAction::Kind::kGroupFailed:
+            groups_[proc.group].SetFailed(action.failed);
+            break;
+        case ProcessAction::Kind::kContinueShutdown:
+            ContinueShutdown(now);
+            break;
     }
 }
 
-void Supervisor::ProcessFailed(Proc& proc, const std::string& why, Clock::time_point now) {
-    Group& group = groups_[proc.group];
-    const bool inTransition = group.target && RunsIn(proc, *group.target);
-    if (proc.pid > 0) {
-        // A restart that never reported counts against the restart policy once it has ended.
-        Stop(proc,
-             inTransition || !proc.restartWaiters.empty() ? AfterStop::kFailed : AfterStop::kRestartPolicy,
-             false,
-             now);
-    } else if (!inTransition && proc.restartWaiters.empty()) {
-        ApplyRestartPolicy(proc, now);
-    } else {
-        proc.phase = Phase::kFailed;
-    }
-    log_->error() << "[Supervisor][Process failed to start][process=" << proc.config->name << ", reason=" << why << "]";
-    Answer(proc.restartWaiters, Error(ExecErrc::kFailed));
-    if (inTransition) {
-        EndTransition(proc.group, Error(ExecErrc::kFailed), "process " + proc.config->name + " " + why);
+void Supervisor::Converge(std::size_t group, Clock::time_point now) {
+    if (!shuttingDown_ && groups_[group].Converge(*this, now)) {
+        Ended(group, {});
     }
 }
 
-void Supervisor::ApplyRestartPolicy(Proc& proc, Clock::time_point now) {
-    const RestartPolicy& policy = proc.config->restart;
-    if (proc.restartsUsed < policy.maxRestarts) {
-        ++proc.restartsUsed;
-        proc.phase = Phase::kRestarting;
-        proc.deadline = now + policy.backoff;
-        log_->info() << "[Supervisor][Restart scheduled][process=" << proc.config->name
-                     << ", in_ms=" << policy.backoff.count() << ", restart=" << proc.restartsUsed << "/"
-                     << policy.maxRestarts << "]";
-        return;
-    }
-    proc.phase = Phase::kFailed;
-    Group& group = groups_[proc.group];
-    group.failed = true;
-    log_->error() << "[Supervisor][Restarts used up, function group failed][process=" << proc.config->name
-                  << ", function_group=" << group.config->name << ", restarts=" << policy.maxRestarts << "]";
-    if (group.target && RunsIn(proc, *group.target)) {
-        EndTransition(proc.group, Error(ExecErrc::kFailed), "process " + proc.config->name + " failed");
+void Supervisor::EndTransition(std::size_t group, const Outcome& outcome, const std::string& how) {
+    if (groups_[group].End(outcome, how)) {
+        Ended(group, outcome);
     }
 }
 
-void Supervisor::EndTransition(std::size_t index, const Outcome& outcome, const std::string& how) {
-    Group& group = groups_[index];
-    if (!group.target) {
-        return;
-    }
-    const std::string target = *group.target;
-    const bool cancelled = !outcome.HasValue() && outcome.Error() == ara::exec::MakeErrorCode(ExecErrc::kCancelled, 0);
-    if (!cancelled) {
-        group.current = target;
-        group.failed = !outcome.HasValue();
-    }
-    group.target.reset();
-    if (outcome.HasValue()) {
-        log_->info() << "[Supervisor][Transition completed][function_group=" << group.config->name
-                     << ", state=" << target << "]";
-    } else {
-        log_->warn() << "[Supervisor][Transition ended][function_group=" << group.config->name << ", state=" << target
-                     << ", result=" << how << "]";
-    }
-    Answer(group.waiters, outcome);
-    if (group.config->name == MACHINE_FG && !initialResult_) {
+void Supervisor::Ended(std::size_t group, const Outcome& outcome) {
+    if (groups_[group].Config().name == MACHINE_FG && !initialResult_) {
         initialResult_ = outcome;
         Answer(initialWaiters_, outcome);
     }
+}
+
+void Supervisor::Withdraw(std::size_t process, Clock::time_point now) {
+    Feed(process, ProcessEvent::Stop(false, AfterStop::kIdle), now);
+}
+
+void Supervisor::Bring(std::size_t process, Clock::time_point now) {
+    Feed(process, ProcessEvent::Of(ProcessEvent::Kind::kStart), now);
 }
 
 void Supervisor::Answer(std::vector<Completion>& waiters, const Outcome& outcome) {
@@ -596,17 +343,17 @@ void Supervisor::Answer(std::vector<Completion>& waiters, const Outcome& outcome
 
 void Supervisor::ContinueShutdown(Clock::time_point now) {
     // The other groups' processes first, all at once; MachineFG's, the machine's own, last.
-    const auto inMachine = [this](const Proc& proc) { return groups_[proc.group].config->name == MACHINE_FG; };
+    const auto inMachine = [this](const Proc& proc) { return groups_[proc.group].Config().name == MACHINE_FG; };
     const bool othersLeft =
-        std::any_of(procs_.begin(), procs_.end(), [&](const Proc& p) { return p.pid > 0 && !inMachine(p); });
+        std::any_of(procs_.begin(), procs_.end(), [&](const Proc& p) { return p.machine.Pid() > 0 && !inMachine(p); });
     bool left = false;
-    for (Proc& proc : procs_) {
-        if (proc.pid <= 0) {
+    for (std::size_t i = 0U; i < procs_.size(); ++i) {
+        if (procs_[i].machine.Pid() <= 0) {
             continue;
         }
         left = true;
-        if (proc.phase != Phase::kTerminating && (!othersLeft || !inMachine(proc))) {
-            Stop(proc, AfterStop::kIdle, false, now);
+        if (!othersLeft || !inMachine(procs_[i])) {
+            Feed(i, ProcessEvent::Stop(false, AfterStop::kIdle), now);  // one already stopping goes on
         }
     }
     if (!left) {

@@ -1,9 +1,10 @@
-// The supervisor: the state of every function group and every supervised process, and the
-// rules that move them. Each process is one small state machine driven by events (launched,
-// reported kRunning or kTerminating, exited, time-out, stop requested); each group converges
-// on its target state by stopping what must not run and then starting what must. Only the
-// event loop's thread calls it; it never blocks and never touches the OS but through the
-// Launcher.
+// The supervisor: the owner of every function group and every supervised process. Each
+// process is a ProcessMachine (process_machine.h); the supervisor feeds it its events
+// (launched, reported kRunning or kTerminating, exited, time-out, stop requested) and carries
+// out the actions it returns. Each group is a GroupTransition (group_transition.h), which
+// converges on its target state by stopping what must not run and then starting what must.
+// Only the event loop's thread calls it; it never blocks and never touches the OS but
+// through the Launcher.
 #ifndef TARN_EM_DAEMON_SUPERVISOR_H
 #define TARN_EM_DAEMON_SUPERVISOR_H
 
@@ -23,23 +24,23 @@
 #include "ara/exec/execution_state.h"
 #include "ara/exec/process.h"
 #include "ara/quill/common/log/log.h"
+#include "group_transition.h"
 #include "launcher.h"
 #include "manifest.h"
+#include "process_machine.h"
 
 namespace tarn::em::daemon {
 
-using Clock = std::chrono::steady_clock;
-/// How a request that waits for a transition or a restart ends.
-using Outcome = ara::core::Result<void, ara::core::ErrorCode>;
-using Completion = std::function<void(const Outcome&)>;
-
-class Supervisor {
+class Supervisor final : private GroupTransition::Members {
 public:
     /// Where a process is in its life; the texts are what GetProcessStates reports.
-    enum class Phase : std::uint8_t { kIdle, kStarting, kRunning, kTerminating, kRestarting, kFailed };
-    static const char* PhaseName(Phase phase) noexcept;
+    using Phase = ProcessPhase;
+    static const char* PhaseName(Phase phase) noexcept { return ProcessPhaseName(phase); }
 
-    Supervisor(Manifest manifest, Launcher& launcher);
+    /// `clock` is read for the time of the launches that LaunchQueued makes.
+    Supervisor(Manifest manifest, Launcher& launcher, std::function<Clock::time_point()> clock = &Clock::now);
+    Supervisor(const Supervisor&) = delete;
+    Supervisor& operator=(const Supervisor&) = delete;
 
     /// Moves every function group to its initial state; the outcome of MachineFG's move is
     /// what GetInitialResult answers.
@@ -82,49 +83,32 @@ public:
     bool Finished() const;
 
 private:
-    enum class AfterStop : std::uint8_t { kIdle, kFailed, kRelaunch, kRestartPolicy };
     struct Proc {
-        const ProcessConfig* config{nullptr};
-        std::size_t group{0U};
-        Phase phase{Phase::kIdle};
-        pid_t pid{-1};
-        std::optional<Clock::time_point> deadline;
-        Clock::time_point launchedAt{};
-        AfterStop afterStop{AfterStop::kIdle};
-        bool killed{false};
-        bool reportedTerminating{false};
-        bool queued{false};  // Starting, waiting in the launch queue: no OS process yet
-        unsigned int restartsUsed{0U};
+        ProcessMachine machine;
+        std::size_t group;
         std::vector<Completion> restartWaiters;
-    };
-    struct Group {
-        const FunctionGroupConfig* config;
-        std::string current;
-        bool failed{false};
-        std::optional<std::string> target;
-        std::vector<Completion> waiters;
-        Clock::time_point since{};
     };
 
     std::optional<std::size_t> FindGroup(const std::string& name) const;
-    Proc* FindByPid(pid_t pid);
-    const Proc* FindByPid(pid_t pid) const;
-    bool Wanted(const Proc& proc) const;
-    bool RunsIn(const Proc& proc, const std::string& state) const;
+    std::optional<std::size_t> FindByPid(pid_t pid) const;
+    /// Hands `event` to the process's machine and carries out the actions it returns, in order.
+    void Feed(std::size_t index, const ProcessEvent& event, Clock::time_point now);
+    void Carry(std::size_t index, const ProcessAction& action, Clock::time_point now);
     void Converge(std::size_t group, Clock::time_point now);
-    bool Launch(Proc& proc, Clock::time_point now);
-    /// Starting, launched later by LaunchQueued.
-    void Queue(Proc& proc);
-    void Stop(Proc& proc, AfterStop after, bool kill, Clock::time_point now);
-    void ProcessFailed(Proc& proc, const std::string& why, Clock::time_point now);
-    void ApplyRestartPolicy(Proc& proc, Clock::time_point now);
     void EndTransition(std::size_t group, const Outcome& outcome, const std::string& how);
+    /// The group's transition has ended: the first of MachineFG is GetInitialResult's answer.
+    void Ended(std::size_t group, const Outcome& outcome);
+    // What a group's transition asks of its processes.
+    ProcessPhase PhaseOf(std::size_t process) const override { return procs_[process].machine.Phase(); }
+    void Withdraw(std::size_t process, Clock::time_point now) override;
+    void Bring(std::size_t process, Clock::time_point now) override;
     void Answer(std::vector<Completion>& waiters, const Outcome& outcome);
     void ContinueShutdown(Clock::time_point now);
 
     Manifest manifest_;
     Launcher& launcher_;
-    std::vector<Group> groups_;
+    std::function<Clock::time_point()> clock_;
+    std::vector<GroupTransition> groups_;
     std::vector<Proc> procs_;
     std::deque<std::size_t> launchQueue_;  // indices into procs_
     std::optional<Outcome> initialResult_;

@@ -1,2 +1,4 @@
-# Unit tests of the emd daemon: the machine manifest.
+# Unit tests of the emd daemon: the machine manifest; the process state machine and the
+# function-group transitions with a fake launcher and a test-driven clock.
 ara_exec_add_test(NAME manifest_test SOURCES daemon_manifest_test.cpp LINK emd_manifest)
+ara_exec_add_test(NAME supervisor_test SOURCES supervisor_test.cpp LINK emd_core)
