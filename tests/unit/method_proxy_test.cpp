@@ -375,6 +375,32 @@ TEST(ErrorReplyTest, RegisteredUnregisteredAndMalformedCodesInBothEncodings) {
         "57360.65534.4.4.DDS, entityId=4]"));
 }
 
+// The decode steps of the reply path, as callers with a promise of their own use them.
+TEST(MethodProxyReplyTest, DecodeStepsSettleAGivenPromiseOnlyWhenTheReplyIsAccepted) {
+    BoundProxy<ara::core::String> bound(4U, SerializeType::kDds);
+    bound.proxy->RegisterError(ErrorCode(ara::exec::ExecErrc::kBusy));
+    MethodProxyImpl<ara::core::String>::PromiseType value;
+    MethodProxyImpl<ara::core::String>::PromiseType error;
+    MethodProxyImpl<ara::core::String>::PromiseType untouched;
+    auto valueFuture = value.get_future();
+    auto errorFuture = error.get_future();
+    auto untouchedFuture = untouched.get_future();
+    const auto reply = [&bound](const Bytes& payload, bool isError) {
+        return *bound.driver->MakeReply(1U, payload, isError);
+    };
+    EXPECT_TRUE(bound.proxy->DeserializeAndSetPromise(value, reply({2, 0, 0, 0, 'o', 'k'}, false)));
+    EXPECT_TRUE(bound.proxy->DeserializeErrorCodeAndSetPromise(
+        error, reply(ErrorPayload(0x8000000000000300ULL, 7, false), true)));
+    EXPECT_FALSE(bound.proxy->DeserializeAndSetPromise(untouched, reply({9, 0, 0, 0, 'o', 'k'}, false)));
+    EXPECT_FALSE(bound.proxy->DeserializeErrorCodeAndSetPromise(untouched, reply(ErrorPayload(0x77U, 3, false), true)));
+    ASSERT_EQ(valueFuture.wait_for(kNoWait), future_status::kReady);
+    ASSERT_EQ(errorFuture.wait_for(kNoWait), future_status::kReady);
+    EXPECT_EQ(valueFuture.get().ValueOr(""), "ok");
+    EXPECT_EQ(errorFuture.get().ErrorOr(ErrorCode(ComErrc::kServiceNotAvailable)),
+              ErrorCode(ara::exec::ExecErrc::kBusy));
+    EXPECT_EQ(untouchedFuture.wait_for(kNoWait), future_status::kTimeout);
+}
+
 // A caller may keep an error code as long as it likes, however many foreign domains a peer
 // sends afterwards; and a peer cannot make the process keep an unbounded number of them.
 TEST(ErrorReplyTest, DynamicDomainsOutliveTheirCodesAndAreBounded) {
