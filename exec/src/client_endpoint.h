@@ -57,16 +57,16 @@ public:
         if (!logger_->IsValid()) {
             std::cout << invalidLoggerText << std::endl;
         }
-        usable_ = rpc_.Initialize();
-        if (!usable_) {
+        usable_.store(rpc_.Initialize());
+        if (!usable_.load()) {
             logger_->error() << "[" << className << "][Client failed to be initialized]";
         }
-        return usable_;
+        return usable_.load();
     }
 
     /// The last step: usable only when every method was bound, with the line of the outcome.
     void FinishSetUp(const char* className, bool bound) {
-        usable_ = bound;
+        usable_.store(bound);
         if (bound) {
             logger_->info() << "[" << className << "][Client method initialized successfully]";
         } else {
@@ -121,14 +121,16 @@ public:
     std::shared_ptr<ara::quill::common::log::Log> Logger() const {
         return logger_ != nullptr ? logger_ : ara::quill::common::log::Log::GetLog("EMCL");
     }
-    bool Usable() const noexcept { return usable_; }
+    bool Usable() const noexcept { return usable_.load(); }
     tarn::em::util::RpcClient& Rpc() noexcept { return rpc_; }
 
 private:
     std::mutex settingsMutex_;  // the endpoint settings of rpc_: their writes and the set-up's reads
     tarn::em::util::RpcClient rpc_;
     std::shared_ptr<ara::quill::common::log::Log> logger_;
-    bool usable_{false};  // decided once, inside setUpOnce_
+    // Decided once, inside setUpOnce_; atomic because CommunicationProcessing() may read it on
+    // a thread that constructed no client while another thread runs the set-up.
+    std::atomic<bool> usable_{false};
     std::once_flag setUpOnce_;
     bool findServiceDone_{false};  // written only inside findServiceOnce_
     std::once_flag findServiceOnce_;
