@@ -1,9 +1,6 @@
 // Method handlers of the three services, each a thin hand-over to the event loop.
 #include "services.h"
 
-#include <cstdint>
-#include <tuple>
-#include <utility>
 #include <vector>
 
 #include "ara/exec/execution_state.h"
@@ -26,22 +23,6 @@ std::unique_ptr<RpcServer> MakeServer(const char* name, const services::ServiceA
     return server;
 }
 
-template <typename R, typename Arguments>
-struct Serving;
-template <typename R, typename... Args>
-struct Serving<R, std::tuple<Args...>> {
-    template <typename Handler>
-    static bool On(RpcServer& server, std::uint32_t id, Handler handler) {
-        return server.RegisterMethod<R, Args...>(id, std::move(handler));
-    }
-};
-
-/// Serves method M of the contract on `server` with `handler`.
-template <typename M, typename Handler>
-bool Serve(RpcServer& server, Handler handler) {
-    return Serving<typename M::Result, typename M::Arguments>::On(server, M::ID, std::move(handler));
-}
-
 /// A completion that answers a void call.
 Completion ReplyWith(const Replier<void>& replier) {
     return [replier](const Outcome& outcome) { replier.Reply(outcome); };
@@ -61,40 +42,41 @@ bool Services::Offer(std::string& error) {
     }
     EventLoop& loop = loop_;
     const bool served =
-        Serve<services::ReportExecutionState>(
+        services::Serve<services::ReportExecutionState>(
             *application_,
             [&loop](Replier<void> replier, const int& pid, const ara::exec::ExecutionState& state) {
                 loop.Post([replier, pid, state](Supervisor& s) { replier.Reply(s.Report(pid, state, Clock::now())); });
             }) &&
-        Serve<services::GetInitialMachineStateTransitionResult>(
+        services::Serve<services::GetInitialMachineStateTransitionResult>(
             *stateManager_,
             [&loop](Replier<void> replier) {
                 loop.Post([replier](Supervisor& s) { s.GetInitialResult(ReplyWith(replier)); });
             }) &&
-        Serve<services::SetState>(*stateManager_,
-                                  [&loop](Replier<void> replier, const String& group, const String& state) {
-                                      loop.Post([replier, group, state](Supervisor& s) {
-                                          s.SetState(group, state, ReplyWith(replier), Clock::now());
-                                      });
-                                  }) &&
-        Serve<services::GetState>(*stateManager_,
-                                  [&loop](Replier<String> replier, const String& group) {
-                                      loop.Post([replier, group](Supervisor& s) { replier.Reply(s.GetState(group)); });
-                                  }) &&
-        Serve<services::ProcessRestart>(*healthManager_,
-                                        [&loop](Replier<void> replier, const String& name, const bool& kill) {
-                                            loop.Post([replier, name, kill](Supervisor& s) {
-                                                s.Restart(name, kill, ReplyWith(replier), Clock::now());
-                                            });
-                                        }) &&
-        Serve<services::GetProcessStates>(
+        services::Serve<services::SetState>(*stateManager_,
+                                            [&loop](Replier<void> replier, const String& group, const String& state) {
+                                                loop.Post([replier, group, state](Supervisor& s) {
+                                                    s.SetState(group, state, ReplyWith(replier), Clock::now());
+                                                });
+                                            }) &&
+        services::Serve<services::GetState>(
+            *stateManager_,
+            [&loop](Replier<String> replier, const String& group) {
+                loop.Post([replier, group](Supervisor& s) { replier.Reply(s.GetState(group)); });
+            }) &&
+        services::Serve<services::ProcessRestart>(*healthManager_,
+                                                  [&loop](Replier<void> replier, const String& name, const bool& kill) {
+                                                      loop.Post([replier, name, kill](Supervisor& s) {
+                                                          s.Restart(name, kill, ReplyWith(replier), Clock::now());
+                                                      });
+                                                  }) &&
+        services::Serve<services::GetProcessStates>(
             *healthManager_,
             [&loop](Replier<std::vector<ara::exec::Process>> replier, const String&) {
                 loop.Post([replier](Supervisor& s) {
                     replier.Reply(ara::core::Result<std::vector<ara::exec::Process>>(s.ProcessStates()));
                 });
             }) &&
-        Serve<services::GetProcessName>(*healthManager_, [&loop](Replier<String> replier, const int& pid) {
+        services::Serve<services::GetProcessName>(*healthManager_, [&loop](Replier<String> replier, const int& pid) {
             loop.Post([replier, pid](Supervisor& s) { replier.Reply(s.ProcessName(pid)); });
         });
     if (!served) {

@@ -13,20 +13,12 @@ namespace kelp::serialize::dds {
 namespace {
 
 using ara::quill::common::log::Log;
+using detail::COUNT_SIZE;
+using detail::ReadCount;
+using kelp::serialize::detail::Remaining;
 
-constexpr std::uint64_t COUNT_SIZE = 4U;
 /// Smallest process: four empty strings and the flag.
 constexpr std::uint64_t MIN_PROCESS_SIZE = 4U * COUNT_SIZE + 1U;
-
-std::uint32_t ReadCount(const unsigned char* data) noexcept {
-    std::uint32_t count{};
-    std::memcpy(&count, data, sizeof(count));
-    return count;
-}
-
-std::uint64_t Remaining(std::uint64_t room, std::uint64_t used) noexcept {
-    return room > used ? room - used : 0U;
-}
 
 }  // namespace
 

@@ -14,9 +14,9 @@ namespace kelp::serialize::someip {
 namespace {
 
 using ara::quill::common::log::Log;
+using kelp::serialize::detail::Remaining;
 using layout::CloseLengthField;
 using layout::IsLengthFieldSize;
-using layout::Remaining;
 using layout::WriteTag;
 using tlv::serialize::TlvSerializeHelper;
 namespace sd = kelp::serialize::detail;

@@ -13,21 +13,15 @@ namespace kelp::serialize::dds {
 namespace {
 
 using ara::quill::common::log::Log;
-
-constexpr std::uint64_t COUNT_SIZE = 4U;
-
-std::uint32_t ReadCount(const unsigned char* data) noexcept {
-    std::uint32_t count{};
-    std::memcpy(&count, data, sizeof(count));
-    return count;
-}
+using detail::COUNT_SIZE;
+using detail::ReadCount;
 
 }  // namespace
 
 // ---- ara::core::ErrorCode ---------------------------------------------------------------
 
 std::uint64_t Deserializer<ara::core::ErrorCode>::GetSize() const {
-    return detail::CheckErrorPayload(
+    return serialize::detail::CheckErrorPayload(
         data_,
         size_,
         {"[DDSSerializeErrorCode][Construct deserialization for ErrorCode failed, invalid size parameter]",

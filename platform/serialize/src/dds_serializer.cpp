@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "ara/quill/common/log/log.h"
+#include "kelp/serialize/dds/basic_deserializer.h"
 #include "kelp/serialize/dds/basic_serializer.h"
 
 namespace kelp::serialize::dds {
@@ -9,12 +10,8 @@ namespace kelp::serialize::dds {
 namespace {
 
 using ara::quill::common::log::Log;
-
-constexpr std::uint64_t COUNT_SIZE = 4U;
-
-std::uint64_t Remaining(std::uint64_t room, std::uint64_t used) noexcept {
-    return room > used ? room - used : 0U;
-}
+using detail::COUNT_SIZE;
+using kelp::serialize::detail::Remaining;
 
 void LogStringCopyFailure() {
     Log::GetLog("CM")->error() << "[DDS Serializer String] Memory copy return error, Invalid serialization.";

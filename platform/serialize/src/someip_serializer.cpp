@@ -8,7 +8,7 @@ namespace kelp::serialize::someip {
 
 namespace {
 
-using layout::Remaining;
+using kelp::serialize::detail::Remaining;
 
 using ara::quill::common::log::Log;
 using tlv::serialize::TlvSerializeHelper;

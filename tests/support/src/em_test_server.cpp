@@ -138,26 +138,22 @@ bool ServeRaw(const tarn::em::util::RpcServer& server, unsigned int methodId) {
     return true;
 }
 
-template <typename R, typename... Args>
-bool Serve(tarn::em::util::RpcServer& server, unsigned int methodId, std::tuple<Args...>* /*signature*/) {
+/// Serves method M of the contract with the behaviour scripted for its id.
+template <typename M>
+bool Serve(tarn::em::util::RpcServer& server) {
+    using R = typename M::Result;
+    const unsigned int methodId = M::ID;
     const std::string behaviour = g_behaviour.count(methodId) != 0U ? g_behaviour[methodId] : "ok";
     if (behaviour == "garbage" || behaviour == "twice") {
         return ServeRaw(server, methodId);
     }
-    return server.RegisterMethod<R, Args...>(
-        methodId, std::function<void(Replier<R>, const Args&...)>([methodId](Replier<R> replier, const Args&... args) {
-            std::string text;
-            std::string echo;
-            ((text += ToText(args) + " "), ...);
-            ((echo = echo.empty() ? ToText(args) : echo), ...);
-            Answer<R>(methodId, replier, text, echo);
-        }));
-}
-
-/// Serves method M of the contract with the behaviour scripted for its id.
-template <typename M>
-bool Serve(tarn::em::util::RpcServer& server) {
-    return Serve<typename M::Result>(server, M::ID, static_cast<typename M::Arguments*>(nullptr));
+    return services::Serve<M>(server, [methodId](Replier<R> replier, const auto&... args) {
+        std::string text;
+        std::string echo;
+        ((text += ToText(args) + " "), ...);
+        ((echo = echo.empty() ? ToText(args) : echo), ...);
+        Answer<R>(methodId, replier, text, echo);
+    });
 }
 
 volatile std::sig_atomic_t g_stop = 0;

@@ -1,24 +1,21 @@
 // The contract of the three Execution Management services, stated once for both ends: where
 // each service lives, its methods (id, argument types, result type) and the error codes its
-// replies may carry. The clients of this library, emd, emctl and the benchmarks use it; no
-// method id is written anywhere else.
+// replies may carry, and how a server serves one of them. The clients of this library, emd,
+// emctl and the benchmarks use it; no method id is written anywhere else.
 #ifndef TARN_EM_EM_SERVICES_H
 #define TARN_EM_EM_SERVICES_H
 
 #include <cstdint>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "ara/core/string.h"
 #include "ara/exec/exec_error_domain.h"
 #include "ara/exec/execution_state.h"
-#include "ara/exec/process.h"
-#include "kelp/serialize/dds/deserializer.h"
-#include "kelp/serialize/dds/serializer.h"
-#include "kelp/serialize/someip/deserializer.h"
-#include "kelp/serialize/someip/serializer.h"
-#include "tarn/em/util/rpc_base.h"
+#include "ara/exec/process.h"  // with its codecs
 #include "tarn/em/util/rpc_client.h"
+#include "tarn/em/util/rpc_server.h"
 
 namespace tarn::em::services {
 
@@ -85,6 +82,25 @@ inline void Address(tarn::em::util::RpcBase& endpoint, const ServiceAddress& add
     endpoint.SetRequestTopicName(address.requestTopicName);
     endpoint.SetReplyTopicName(address.replyTopicName);
     endpoint.ReadAndSetConfigIP();
+}
+
+namespace detail {
+template <typename R, typename Arguments>
+struct Serving;
+template <typename R, typename... Args>
+struct Serving<R, std::tuple<Args...>> {
+    template <typename Handler>
+    static bool On(tarn::em::util::RpcServer& server, std::uint32_t id, Handler handler) {
+        return server.RegisterMethod<R, Args...>(id, std::move(handler));
+    }
+};
+}  // namespace detail
+
+/// Serves method M on `server`: `handler` is called with a kelp::brio::Replier<M::Result> and
+/// M's arguments, in order.
+template <typename M, typename Handler>
+bool Serve(tarn::em::util::RpcServer& server, Handler handler) {
+    return detail::Serving<typename M::Result, typename M::Arguments>::On(server, M::ID, std::move(handler));
 }
 
 }  // namespace tarn::em::services

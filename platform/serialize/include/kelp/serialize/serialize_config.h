@@ -1,5 +1,5 @@
-// Settings shared by every encoder and decoder and by the transports that report them: encoding kind, byte order, the per-method
-// configuration, the per-member deployment node, and the byte-order and size helpers.
+// Settings shared by every encoder and decoder and by the transports that report them: encoding kind, byte order, the
+// per-method configuration, the per-member deployment node, and the byte-order and size helpers.
 #ifndef KELP_SERIALIZE_SERIALIZE_CONFIG_H
 #define KELP_SERIALIZE_SERIALIZE_CONFIG_H
 
@@ -93,6 +93,11 @@ struct SerializationNode {
 };
 
 namespace detail {
+
+/// Room left in a buffer of `room` bytes once `used` are taken; never below 0.
+inline std::uint64_t Remaining(std::uint64_t room, std::uint64_t used) noexcept {
+    return room > used ? room - used : 0U;
+}
 
 inline std::uint16_t ToOrder(std::uint16_t value, ByteOrder order) noexcept {
     return order == ByteOrder::kLittleEndian ? value : __builtin_bswap16(value);

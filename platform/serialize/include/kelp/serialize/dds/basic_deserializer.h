@@ -4,6 +4,7 @@
 #define KELP_SERIALIZE_DDS_BASIC_DESERIALIZER_H
 
 #include <cstdint>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -13,6 +14,17 @@
 #include "kelp/serialize/serialize_config.h"
 
 namespace kelp::serialize::dds {
+
+namespace detail {
+/// Size of the element count in front of a string or a sequence.
+constexpr std::uint64_t COUNT_SIZE = 4U;
+/// The count at `data`, in host order; `data` must hold COUNT_SIZE bytes.
+inline std::uint32_t ReadCount(const unsigned char* data) noexcept {
+    std::uint32_t count{};
+    std::memcpy(&count, data, sizeof(count));
+    return count;
+}
+}  // namespace detail
 
 /// (error domain id, error code value) read from an error payload.
 using ErrorCodeValue = std::pair<std::uint64_t, std::int32_t>;

@@ -1,6 +1,5 @@
-// Pieces that every SOME/IP structure and container encoder shares: the room left in a
-// buffer, the valid length-field sizes and their limits, closing a leading length field, and
-// writing a TLV tag.
+// Pieces that every SOME/IP structure and container encoder shares: the valid length-field
+// sizes and their limits, closing a leading length field, and writing a TLV tag.
 #ifndef KELP_SERIALIZE_SOMEIP_LAYOUT_H
 #define KELP_SERIALIZE_SOMEIP_LAYOUT_H
 
@@ -12,10 +11,6 @@
 #include "tlv/serialize/tlv_serialize_helper.h"
 
 namespace kelp::serialize::someip::layout {
-
-inline std::uint64_t Remaining(std::uint64_t room, std::uint64_t used) noexcept {
-    return room > used ? room - used : 0U;
-}
 
 inline bool IsLengthFieldSize(std::uint64_t size) noexcept {
     return size == 0U || size == 1U || size == 2U || size == 4U;
