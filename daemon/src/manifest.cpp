@@ -282,6 +282,8 @@ Manifest ReadManifest(const KeyValueStorage& root) {
     return manifest;
 }
 
+ManifestResult ValidateManifest(const KeyValueStorage& root, const std::string& file);
+
 ManifestResult Failure(const std::string& file, std::string place, std::string problem) {
     ManifestResult result;
     result.error = ManifestError{file, std::move(place), std::move(problem)};
@@ -312,6 +314,22 @@ ManifestResult LoadFailure(const std::string& path, CrcVerification verification
 
 }  // namespace
 
+const char* ReadinessName(Readiness readiness) noexcept {
+    switch (readiness) {
+        case Readiness::kReport:
+            return "report";
+        case Readiness::kNotify:
+            return "notify";
+        case Readiness::kSpawn:
+            return "spawn";
+    }
+    return "unknown";
+}
+
+const char* ConditionName(Condition condition) noexcept {
+    return condition == Condition::kTerminated ? "terminated" : "running";
+}
+
 std::string ManifestError::Text() const {
     return place.empty() ? file + ": " + problem : file + ": " + place + ": " + problem;
 }
@@ -332,6 +350,7 @@ ManifestResult LoadManifest(const std::string& path, const std::string& crcInten
     return ValidateManifest(root, path);
 }
 
+namespace {
 ManifestResult ValidateManifest(const KeyValueStorage& root, const std::string& file) {
     try {
         ManifestResult result;
@@ -341,6 +360,14 @@ ManifestResult ValidateManifest(const KeyValueStorage& root, const std::string& 
     } catch (const Refusal& refusal) {
         return Failure(file, refusal.place, refusal.problem);
     }
+}
+
+}  // namespace
+
+ManifestResult ValidateManifestText(const std::string& text, const std::string& file) {
+    KeyValueStorage root;
+    (void)text;
+    return Failure(file, "", "not yet");
 }
 
 }  // namespace tarn::em::daemon

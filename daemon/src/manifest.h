@@ -1,14 +1,14 @@
 // The machine manifest: function groups with their states, and the processes that run in
-// them. Loaded from JSON through the key-value storage and validated into plain structs;
-// nothing here touches a process.
+// them, with what each needs before it starts, how it tells it is ready and how it is
+// restarted. Read from plain JSON (objects keyed by name) through the platform JSON parser
+// and validated into plain structs; nothing here touches a process.
 #ifndef TARN_EM_DAEMON_MANIFEST_H
 #define TARN_EM_DAEMON_MANIFEST_H
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <vector>
-
-#include "tarn/em/util/key_value_storage.h"
 
 namespace tarn::em::daemon {
 
@@ -19,11 +19,39 @@ struct FunctionGroupConfig {
     std::string name;
     std::vector<std::string> states;  ///< unique, in manifest order
     std::string initialState;         ///< one of `states`
+    /// The state emd moves the group to by itself once a process of it used up its
+    /// restarts; empty: the group is failed instead.
+    std::string onFailure;
+};
+
+/// How a process tells emd that it is ready.
+enum class Readiness : std::uint8_t {
+    kReport,  ///< reports kRunning through ExecutionClient
+    kNotify,  ///< sends READY=1 on NOTIFY_SOCKET, the notify protocol of systemd
+    kSpawn,   ///< ready once its executable runs
+};
+/// "report", "notify", "spawn".
+const char* ReadinessName(Readiness readiness) noexcept;
+
+/// What a dependency must have reached before the process that needs it starts.
+enum class Condition : std::uint8_t {
+    kRunning,     ///< ready (its readiness kind says when)
+    kTerminated,  ///< exited with status 0: a one-shot, such as a migration
+};
+/// "running", "terminated".
+const char* ConditionName(Condition condition) noexcept;
+
+struct Dependency {
+    std::string process;  ///< a process of the same function group that runs in every state of the dependent
+    Condition condition{Condition::kRunning};
 };
 
 struct RestartPolicy {
-    unsigned int maxRestarts{0U};             ///< restarts after unexpected exits; 0: never restart
-    std::chrono::milliseconds backoff{1000};  ///< wait between the exit and the restart
+    /// Restarts after unexpected exits allowed within `window`; 0: never restart.
+    unsigned int maxRestarts{0U};
+    std::chrono::milliseconds backoff{1000};    ///< wait before the first restart
+    std::chrono::milliseconds backoffMax{0};    ///< the wait doubles per restart up to this; 0: `backoff`, no doubling
+    std::chrono::milliseconds window{0};        ///< restarts older than this are forgotten; 0: never forgotten
 };
 
 struct ProcessConfig {
@@ -37,6 +65,9 @@ struct ProcessConfig {
     std::chrono::milliseconds startupTimeout{3000};      ///< spawn to kRunning report
     std::chrono::milliseconds terminationTimeout{2000};  ///< SIGTERM to SIGKILL
     RestartPolicy restart;
+    std::vector<Dependency> dependsOn;                   ///< in manifest order
+    Readiness readiness{Readiness::kReport};
+    std::chrono::milliseconds watchdog{0};               ///< WATCHDOG=1 period once ready; 0: none
 };
 
 struct Manifest {
@@ -44,8 +75,8 @@ struct Manifest {
     std::vector<ProcessConfig> processes;
 };
 
-/// Why a manifest was refused: the file, where in it (line and column of a syntax error,
-/// or the member path such as "manifest/processes/logger/states[1]") and what is wrong.
+/// Why a manifest was refused: the file, where in it (line and column of what the parser
+/// refuses, or a JSON pointer such as "/processes/logger/states/1") and what is wrong.
 struct ManifestError {
     std::string file;
     std::string place;
@@ -60,13 +91,12 @@ struct ManifestResult {
     ManifestError error;  ///< set when !ok
 };
 
-/// Reads `path` with JsonKeyValueStorage::LoadFromJson (`crcIntensity` "strong", "weak" or
-/// "not") and validates it. A file that does not load is read once more with the JSON parser
-/// to say where and why.
+/// Reads `path` with the platform JSON parser (`crcIntensity` "strong", "weak" or "not"
+/// checks it against its CRC sidecar) and validates it.
 ManifestResult LoadManifest(const std::string& path, const std::string& crcIntensity);
 
-/// Validates a loaded document; `file` only names it in errors.
-ManifestResult ValidateManifest(const tarn::em::util::KeyValueStorage& root, const std::string& file);
+/// Parses and validates manifest text already in memory; `file` only names it in errors.
+ManifestResult ValidateManifestText(const std::string& text, const std::string& file);
 
 }  // namespace tarn::em::daemon
 

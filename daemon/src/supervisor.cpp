@@ -361,4 +361,52 @@ void Supervisor::ContinueShutdown(Clock::time_point now) {
     }
 }
 
+void Supervisor::Notify(pid_t pid, const NotifyMessage& message, Clock::time_point now) {
+    (void)pid;
+    (void)message;
+    (void)now;
+}
+
+std::optional<ProcessStatus> Supervisor::StatusOf(const std::string& process, Clock::time_point now) const {
+    (void)now;
+    for (const Proc& proc : procs_) {
+        const ProcessMachine& machine = proc.machine;
+        const ProcessConfig& config = machine.Config();
+        if (config.name != process) {
+            continue;
+        }
+        ProcessStatus status;
+        status.name = config.name;
+        status.functionGroup = config.functionGroup;
+        status.phase = PhaseName(machine.Phase());
+        status.pid = machine.Pid();
+        status.readiness = config.readiness;
+        status.restarts = machine.RestartsUsed();
+        status.watchdog = config.watchdog;
+        status.dependsOn = config.dependsOn;
+        return status;
+    }
+    return std::nullopt;
+}
+
+std::optional<GroupStatus> Supervisor::GroupStatusOf(const std::string& name) const {
+    const auto index = FindGroup(name);
+    if (!index) {
+        return std::nullopt;
+    }
+    const GroupTransition& group = groups_[*index];
+    GroupStatus status;
+    status.name = name;
+    status.state = group.Current();
+    status.target = group.Target().value_or("");
+    status.failed = group.Failed();
+    status.onFailure = group.Config().onFailure;
+    return status;
+}
+
+std::vector<BlameEntry> Supervisor::Blame(const std::string& group) const {
+    (void)group;
+    return {};
+}
+
 }  // namespace tarn::em::daemon

@@ -27,9 +27,44 @@
 #include "group_transition.h"
 #include "launcher.h"
 #include "manifest.h"
+#include "notify_message.h"
 #include "process_machine.h"
 
 namespace tarn::em::daemon {
+
+/// What `emctl status` shows of one process.
+struct ProcessStatus {
+    std::string name;
+    std::string functionGroup;
+    std::string phase;  ///< ProcessPhaseName
+    pid_t pid{-1};      ///< -1 while no OS process exists
+    Readiness readiness{Readiness::kReport};
+    std::string statusText;  ///< the last STATUS=... it sent, if any
+    unsigned int restarts{0U};           ///< restarts counted against its start limit now
+    std::string lastExit;                ///< DescribeExit of its last exit; empty before the first
+    std::optional<std::chrono::milliseconds> readyAfter;  ///< launch to ready, of its last start
+    std::chrono::milliseconds watchdog{0};                ///< its period; 0: none
+    std::optional<std::chrono::milliseconds> sinceWatchdog;  ///< since its last WATCHDOG=1 (or ready)
+    std::vector<Dependency> dependsOn;
+};
+
+/// What `emctl status GROUP` shows of one function group.
+struct GroupStatus {
+    std::string name;
+    std::string state;   ///< empty until its first transition has ended
+    std::string target;  ///< the state it is moving to; empty between transitions
+    bool failed{false};
+    std::string onFailure;       ///< from the manifest; empty: none
+    std::string lastResult;      ///< how its last transition ended: "completed", or why not
+    std::string escalatedFrom;   ///< the state it left by itself for onFailure; empty: never escalated
+};
+
+/// One line of `emctl blame`: a process started by its group's last transition.
+struct BlameEntry {
+    std::string process;
+    std::string functionGroup;
+    std::chrono::milliseconds readyAfter{0};  ///< launch to ready
+};
 
 class Supervisor final : private GroupTransition::Members {
 public:
@@ -81,6 +116,20 @@ public:
     void Shutdown(Clock::time_point now);
     /// True once Shutdown was asked and no process is left.
     bool Finished() const;
+
+    /// A notify-protocol datagram from the OS process `pid` that emd started (the event loop
+    /// has already traced the sender to it); ignored for another pid.
+    void Notify(pid_t pid, const NotifyMessage& message, Clock::time_point now);
+    /// True when `pid` is an OS process that emd started and that still exists.
+    bool Supervises(pid_t pid) const { return FindByPid(pid).has_value(); }
+
+    /// The manifest it runs.
+    const Manifest& Config() const noexcept { return manifest_; }
+    std::optional<ProcessStatus> StatusOf(const std::string& process, Clock::time_point now) const;
+    std::optional<GroupStatus> GroupStatusOf(const std::string& group) const;
+    /// The processes started by the last transition of `group` (every group when empty),
+    /// slowest to become ready first.
+    std::vector<BlameEntry> Blame(const std::string& group) const;
 
 private:
     struct Proc {

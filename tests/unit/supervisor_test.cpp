@@ -26,7 +26,16 @@ const Clock::time_point T0{};
 
 /// Start-up time-out 100 ms, termination time-out 50 ms, back-off 20 ms.
 ProcessConfig Config(const std::string& name, const std::string& group, Texts states, unsigned int restarts = 0U) {
-    return {name, "/bin/" + name, {}, {}, "/", group, std::move(states), 100ms, 50ms, {restarts, 20ms}};
+    ProcessConfig config;
+    config.name = name;
+    config.executable = "/bin/" + name;
+    config.functionGroup = group;
+    config.states = std::move(states);
+    config.startupTimeout = 100ms;
+    config.terminationTimeout = 50ms;
+    config.restart.maxRestarts = restarts;
+    config.restart.backoff = 20ms;
+    return config;
 }
 
 /// The actions in short: a log line by its title, the other actions by kind.
@@ -193,7 +202,7 @@ class SupervisorTest : public ::testing::Test {
 protected:
     static Manifest Make() {
         Manifest manifest;
-        manifest.functionGroups = {{"App", {"Off", "On", "Both"}, "Off"}, {MACHINE_FG, {"Running"}, "Running"}};
+        manifest.functionGroups = {{"App", {"Off", "On", "Both"}, "Off", ""}, {MACHINE_FG, {"Running"}, "Running", ""}};
         manifest.processes = {Config("m", MACHINE_FG, {"Running"}),
                               Config("a", "App", {"On", "Both"}, 1U),
                               Config("b", "App", {"On", "Both"}),
