@@ -838,28 +838,23 @@ std::string JsonText(const std::string& text) {
 std::string WriteManifest(const Options& options, std::size_t n, bool restart) {
     const long startupMs = std::min(3600000L, std::max(600000L, (options.maxBootSeconds + 60L) * 1000L));
     std::string text =
-        "{\"key\": \"manifest\", \"value\": [\n"
-        "  {\"key\": \"functionGroups\", \"value\": [{\"key\": \"MachineFG\", \"value\": [\n"
-        "    {\"key\": \"states\", \"value\": [\"Running\"]}, {\"key\": \"initialState\", \"value\": "
-        "\"Running\"}]}]},\n"
-        "  {\"key\": \"processes\", \"value\": [";
+        "{\"functionGroups\": {\"MachineFG\": {\"states\": [\"Running\"], \"initialState\": \"Running\"}},\n"
+        " \"processes\": {";
     for (std::size_t i = 0U; i < n; ++i) {
         const std::string name = "app" + std::to_string(i);
-        text += std::string(i == 0U ? "" : ",") + "\n    {\"key\": \"" + name +
-                "\", \"value\": [{\"key\": \"executable\", \"value\": " + JsonText(options.demoApp) +
-                "}, {\"key\": \"arguments\", \"value\": [\"" + name + "\", \"" + std::to_string(APP_INTERVAL_MS) +
-                "\"]}, {\"key\": \"environment\", \"value\": [\"ARA_LOG_LEVEL=error\"]}, "
-                "{\"key\": \"functionGroup\", \"value\": \"MachineFG\"}, {\"key\": \"states\", \"value\": "
-                "[\"Running\"]}, {\"key\": \"startupTimeoutMs\", \"value\": " +
-                std::to_string(startupMs) + "}";
+        text += std::string(i == 0U ? "" : ",") + "\n  \"" + name +
+                "\": {\"executable\": " + JsonText(options.demoApp) + ", \"arguments\": [\"" + name + "\", \"" +
+                std::to_string(APP_INTERVAL_MS) +
+                "\"], \"environment\": {\"ARA_LOG_LEVEL\": \"error\"}, \"functionGroup\": \"MachineFG\", "
+                "\"states\": [\"Running\"], \"startupTimeoutMs\": " +
+                std::to_string(startupMs);
         if (restart) {
-            text += ", {\"key\": \"restart\", \"value\": [{\"key\": \"maxRestarts\", \"value\": " +
-                    std::to_string(MAX_RESTARTS) +
-                    "}, {\"key\": \"backoffMs\", \"value\": " + std::to_string(RESTART_BACKOFF_MS) + "}]}";
+            text += ", \"restart\": {\"maxRestarts\": " + std::to_string(MAX_RESTARTS) +
+                    ", \"backoffMs\": " + std::to_string(RESTART_BACKOFF_MS) + "}";
         }
-        text += "]}";
+        text += "}";
     }
-    text += "]}]}\n";
+    text += "}}\n";
     const std::string path = g_workDir + "/manifest_" + std::to_string(n) + (restart ? "_restart" : "") + ".json";
     FILE* file = std::fopen(path.c_str(), "we");
     if (file == nullptr || std::fputs(text.c_str(), file) < 0 || std::fclose(file) != 0) {

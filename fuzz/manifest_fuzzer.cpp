@@ -1,32 +1,33 @@
-// Fuzzes the machine manifest of emd: bytes are parsed as JSON, stored into the key-value
-// storage the way the file loader stores them, and validated. Every input must end in a
-// manifest or a refusal with a problem text.
+// Fuzzes the machine manifest of emd: bytes are parsed and validated as manifest text. Every
+// input must end in a manifest that holds MachineFG and whose dependencies all name declared
+// processes, or in a refusal with a problem text.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
-#include "ara/quill/common/jsonParser/document.h"
 #include "manifest.h"
-#include "tarn/em/util/json_key_value_storage.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    namespace json = ara::quill::common::jsonParser;
-    json::Document document;
-    if (document.ParseText(std::string(reinterpret_cast<const char*>(data), size)) != json::PARSE_SUCCESS) {
-        return 0;
-    }
-    tarn::em::util::KeyValueStorage root;
-    if (document.IsObject()) {
-        tarn::em::util::DocToKvsForObject(document, root);
-    } else if (document.IsArray()) {
-        tarn::em::util::SetValue(document, root);
-    }
-    const tarn::em::daemon::ManifestResult result = tarn::em::daemon::ValidateManifest(root, "<fuzz>");
-    const auto& groups = result.manifest.functionGroups;
-    const bool hasMachineFg = std::any_of(
-        groups.begin(), groups.end(), [](const auto& group) { return group.name == tarn::em::daemon::MACHINE_FG; });
-    const bool consistent = result.ok ? result.error.problem.empty() && hasMachineFg : !result.error.problem.empty();
+    using namespace tarn::em::daemon;  // NOLINT(google-build-using-namespace)
+    const ManifestResult result =
+        ValidateManifestText(std::string(reinterpret_cast<const char*>(data), size), "<fuzz>");
+    const Manifest& manifest = result.manifest;
+    const bool hasMachineFg = std::any_of(manifest.functionGroups.begin(),
+                                          manifest.functionGroups.end(),
+                                          [](const FunctionGroupConfig& group) { return group.name == MACHINE_FG; });
+    const bool dependenciesDeclared =
+        std::all_of(manifest.processes.begin(), manifest.processes.end(), [&manifest](const ProcessConfig& process) {
+            return std::all_of(process.dependsOn.begin(), process.dependsOn.end(), [&](const Dependency& dependency) {
+                return dependency.process != process.name && std::any_of(manifest.processes.begin(),
+                                                                         manifest.processes.end(),
+                                                                         [&dependency](const ProcessConfig& other) {
+                                                                             return other.name == dependency.process;
+                                                                         });
+            });
+        });
+    const bool consistent = result.ok ? result.error.problem.empty() && hasMachineFg && dependenciesDeclared
+                                      : !result.error.problem.empty();
     if (!consistent) {
         __builtin_trap();
     }

@@ -11,6 +11,7 @@ ARA_EXEC_PACKAGES=(
     libgtest-dev libgmock-dev libbenchmark-dev
     clang-14 libclang-rt-14-dev
     iproute2 util-linux
+    python3-jsonschema
 )
 
 ara_exec_install_deps() {

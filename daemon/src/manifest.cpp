@@ -1,18 +1,21 @@
-// Loading and validating the machine manifest: the JSON file is read into the key-value
-// storage, then every member is checked and copied into the plain structs of manifest.h.
-// The first fault found refuses the whole manifest with its member path.
+// Loading and validating the machine manifest: the JSON file is parsed by the platform JSON
+// parser, then every member is checked and copied into the plain structs of manifest.h, and
+// the dependencies between processes are checked once all processes are read. The first
+// fault refuses the whole manifest with its place: line and column for what the parser
+// refuses, a JSON pointer for everything else.
 #include "manifest.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <initializer_list>
+#include <map>
 #include <set>
 #include <utility>
 
 #include "ara/quill/common/jsonParser/document.h"
-#include "tarn/em/util/file_system.h"
-#include "tarn/em/util/json_key_value_storage.h"
-#include "tarn/em/util/string_process.h"
 
 namespace tarn::em::daemon {
 
@@ -20,15 +23,13 @@ namespace {
 
 using ara::quill::common::jsonParser::CrcVerification;
 using ara::quill::common::jsonParser::Document;
-using tarn::em::util::FileSystem;
-using tarn::em::util::KeyValueStorage;
-using tarn::em::util::StringProcess;
 
-constexpr unsigned int MAX_TIMEOUT_MS = 3600000U;
-constexpr unsigned int MAX_RESTARTS = 1000U;
-constexpr const char* SYNTAX_PLACE_PREFIX = "line ";
+constexpr std::uint64_t MAX_TIMEOUT_MS = 3600000U;
+constexpr std::uint64_t MAX_WINDOW_MS = 86400000U;
+constexpr std::uint64_t MAX_RESTARTS = 1000U;
+constexpr const char* LINE_PLACE_PREFIX = "line ";
 
-// Thrown inside the validation only; ValidateManifest turns it into a ManifestError.
+// Thrown inside the validation only; Validate turns it into a ManifestError.
 struct Refusal {
     std::string place;
     std::string problem;
@@ -38,115 +39,131 @@ struct Refusal {
     throw Refusal{place, problem};
 }
 
-std::string Indexed(const std::string& place, std::size_t index) {
-    return place + "[" + std::to_string(index) + "]";
+// The JSON pointer of member or element `name` of the value at `place`.
+std::string Pointer(const std::string& place, const std::string& name) {
+    std::string pointer = place + "/";
+    for (const char c : name) {
+        if (c == '~') {
+            pointer += "~0";
+        } else if (c == '/') {
+            pointer += "~1";
+        } else {
+            pointer += c;
+        }
+    }
+    return pointer;
 }
 
-// The entries of a list value, each with a non-empty key that appears once. With a
-// non-empty `allowed` every key must be one of those names.
-class Entries {
+std::string Pointer(const std::string& place, std::size_t index) {
+    return place + "/" + std::to_string(index);
+}
+
+// The members of an object, each name once. With a non-empty `allowed` every name must be
+// one of those; with `named` every name must be non-empty.
+class Members {
 public:
-    Entries(const KeyValueStorage& value,
-            std::string place,
-            std::initializer_list<const char*> allowed,
-            const std::string& what)
-        : place_(std::move(place)) {
-        if (!value.GetList(entries_)) {
-            Refuse(place_, "expected a list of entries");
+    Members(const Document& value, std::string place, std::initializer_list<const char*> allowed, bool named = false)
+        : value_(value), place_(std::move(place)) {
+        if (!value_.IsObject()) {
+            Refuse(place_, "expected an object");
         }
         std::set<std::string> seen;
-        for (std::size_t i = 0U; i < entries_.size(); ++i) {
-            const std::string& key = entries_[i].GetKey();
-            if (key.empty()) {
-                Refuse(Indexed(place_, i), "expected an entry {\"key\": <non-empty text>, \"value\": ...}");
-            }
+        for (std::size_t i = 0U; i < value_.Size(); ++i) {
+            const std::string name = value_.MemberName(i);
             const bool known =
-                allowed.size() == 0U ||
-                std::any_of(allowed.begin(), allowed.end(), [&key](const char* name) { return key == name; });
+                allowed.size() == 0U || std::any_of(allowed.begin(), allowed.end(), [&name](const char* candidate) {
+                    return name == candidate;
+                });
             if (!known) {
-                Refuse(Child(key), "unknown " + what);
+                Refuse(Child(name), "unknown member");
             }
-            if (!seen.insert(key).second) {
-                Refuse(Child(key), "duplicate " + what);
+            if (!seen.insert(name).second) {
+                Refuse(Child(name), "duplicate member");
+            }
+            if (named && name.empty()) {
+                Refuse(Child(name), "empty name");
             }
         }
     }
 
-    const KeyValueStorage::List& All() const { return entries_; }
-    std::string Child(const std::string& key) const { return place_ + "/" + key; }
+    std::size_t Size() const { return value_.Size(); }
+    std::string Name(std::size_t index) const { return value_.MemberName(index); }
+    Document Value(std::size_t index) const { return value_.MemberValue(index); }
+    std::string Child(const std::string& name) const { return Pointer(place_, name); }
+    bool Has(const std::string& name) const { return value_.HasMember(name); }
+    Document Get(const std::string& name) const { return value_.Member(name); }
 
-    const KeyValueStorage* Find(const std::string& key) const {
-        const auto found = std::find_if(
-            entries_.begin(), entries_.end(), [&key](const KeyValueStorage& entry) { return entry.GetKey() == key; });
-        return found == entries_.end() ? nullptr : &*found;
-    }
-
-    const KeyValueStorage& Require(const std::string& key) const {
-        const KeyValueStorage* entry = Find(key);
-        if (entry == nullptr) {
-            Refuse(Child(key), "missing member");
+    Document Require(const std::string& name) const {
+        if (!value_.HasMember(name)) {
+            Refuse(Child(name), "missing member");
         }
-        return *entry;
+        return value_.Member(name);
     }
 
 private:
+    Document value_;
     std::string place_;
-    KeyValueStorage::List entries_;
 };
 
-std::string ReadText(const KeyValueStorage& value, const std::string& place) {
-    std::string text;
-    if (!value.GetString(text)) {
+std::string ReadText(const Document& value, const std::string& place) {
+    if (!value.IsString()) {
         Refuse(place, "expected a text");
     }
-    return text;
+    return value.GetString();
 }
 
-std::vector<std::string> ReadTexts(const KeyValueStorage& value, const std::string& place) {
-    KeyValueStorage::List list;
-    if (!value.GetList(list)) {
-        Refuse(place, "expected a list of texts");
+std::vector<std::string> ReadTexts(const Document& value, const std::string& place) {
+    if (!value.IsArray()) {
+        Refuse(place, "expected an array of texts");
     }
     std::vector<std::string> texts;
-    texts.reserve(list.size());
-    for (std::size_t i = 0U; i < list.size(); ++i) {
-        texts.push_back(ReadText(list[i], Indexed(place, i)));
+    texts.reserve(value.Size());
+    for (std::size_t i = 0U; i < value.Size(); ++i) {
+        texts.push_back(ReadText(value.Element(i), Pointer(place, i)));
     }
     return texts;
 }
 
-// A non-empty list of non-empty texts, each once.
-std::vector<std::string> ReadNames(const KeyValueStorage& value, const std::string& place) {
+// A non-empty array of non-empty state names, each once.
+std::vector<std::string> ReadStates(const Document& value, const std::string& place) {
     std::vector<std::string> names = ReadTexts(value, place);
     if (names.empty()) {
         Refuse(place, "expected at least one state");
     }
     for (std::size_t i = 0U; i < names.size(); ++i) {
         if (names[i].empty()) {
-            Refuse(Indexed(place, i), "empty name");
+            Refuse(Pointer(place, i), "empty name");
         }
-        if (std::find(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(i), names[i]) !=
-            names.begin() + static_cast<std::ptrdiff_t>(i)) {
-            Refuse(Indexed(place, i), "duplicate state");
+        const auto end = names.begin() + static_cast<std::ptrdiff_t>(i);
+        if (std::find(names.begin(), end, names[i]) != end) {
+            Refuse(Pointer(place, i), "duplicate state");
         }
     }
     return names;
 }
 
-unsigned int ReadNumber(const KeyValueStorage& value, const std::string& place, unsigned int low, unsigned int high) {
-    unsigned int number = 0U;
-    if (!value.GetUint32(number) || number < low || number > high) {
+// A whole JSON number (no fraction, no exponent, not negative) from `low` to `high`.
+std::uint64_t ReadNumber(const Document& value, const std::string& place, std::uint64_t low, std::uint64_t high) {
+    if (!value.IsUint64() || value.GetUint64() < low || value.GetUint64() > high) {
         Refuse(place, "expected a whole number from " + std::to_string(low) + " to " + std::to_string(high));
     }
-    return number;
+    return value.GetUint64();
 }
 
-std::string ReadAbsolutePath(const KeyValueStorage& value, const std::string& place) {
+std::chrono::milliseconds ReadMs(const Document& value,
+                                 const std::string& place,
+                                 std::uint64_t low,
+                                 std::uint64_t high) {
+    return std::chrono::milliseconds(static_cast<std::chrono::milliseconds::rep>(ReadNumber(value, place, low, high)));
+}
+
+// An absolute path that exists; `info` is what it names.
+std::string ReadExistingPath(const Document& value, const std::string& place, struct stat& info) {
     std::string path = ReadText(value, place);
     if (path.empty() || path.front() != '/') {
         Refuse(place, "expected an absolute path");
     }
-    if (!FileSystem::GetCanonicalPath(path).second) {
+    if (path.find('\0') != std::string::npos || ::stat(path.c_str(), &info) != 0) {
         Refuse(place, "no such file or directory");
     }
     return path;
@@ -156,34 +173,95 @@ bool Contains(const std::vector<std::string>& texts, const std::string& text) {
     return std::find(texts.begin(), texts.end(), text) != texts.end();
 }
 
-FunctionGroupConfig ReadFunctionGroup(const KeyValueStorage& entry, const std::string& place) {
-    const Entries members(entry, place, {"states", "initialState"}, "member");
+std::string ReadState(const Members& members, const std::string& name, const std::vector<std::string>& states) {
+    const std::string state = ReadText(members.Get(name), members.Child(name));
+    if (!Contains(states, state)) {
+        Refuse(members.Child(name), "unknown state");
+    }
+    return state;
+}
+
+FunctionGroupConfig ReadFunctionGroup(const std::string& name, const Document& value, const std::string& place) {
+    const Members members(value, place, {"states", "initialState", "onFailure"});
     FunctionGroupConfig group;
-    group.name = entry.GetKey();
-    group.states = ReadNames(members.Require("states"), members.Child("states"));
-    group.initialState = ReadText(members.Require("initialState"), members.Child("initialState"));
-    if (!Contains(group.states, group.initialState)) {
-        Refuse(members.Child("initialState"), "unknown state");
+    group.name = name;
+    group.states = ReadStates(members.Require("states"), members.Child("states"));
+    members.Require("initialState");
+    group.initialState = ReadState(members, "initialState", group.states);
+    if (members.Has("onFailure")) {
+        group.onFailure = ReadState(members, "onFailure", group.states);
     }
     return group;
 }
 
-RestartPolicy ReadRestart(const KeyValueStorage& value, const std::string& place) {
-    const Entries members(value, place, {"maxRestarts", "backoffMs"}, "member");
+RestartPolicy ReadRestart(const Document& value, const std::string& place) {
+    const Members members(value, place, {"maxRestarts", "backoffMs", "backoffMaxMs", "windowMs"});
     RestartPolicy policy;
-    if (const KeyValueStorage* found = members.Find("maxRestarts")) {
-        policy.maxRestarts = ReadNumber(*found, members.Child("maxRestarts"), 0U, MAX_RESTARTS);
+    if (members.Has("maxRestarts")) {
+        policy.maxRestarts = static_cast<unsigned int>(
+            ReadNumber(members.Get("maxRestarts"), members.Child("maxRestarts"), 0U, MAX_RESTARTS));
     }
-    if (const KeyValueStorage* found = members.Find("backoffMs")) {
-        policy.backoff = std::chrono::milliseconds(ReadNumber(*found, members.Child("backoffMs"), 0U, MAX_TIMEOUT_MS));
+    if (members.Has("backoffMs")) {
+        policy.backoff = ReadMs(members.Get("backoffMs"), members.Child("backoffMs"), 0U, MAX_TIMEOUT_MS);
+    }
+    if (members.Has("backoffMaxMs")) {
+        policy.backoffMax = ReadMs(members.Get("backoffMaxMs"), members.Child("backoffMaxMs"), 0U, MAX_TIMEOUT_MS);
+        if (policy.backoffMax.count() != 0 && policy.backoffMax < policy.backoff) {
+            Refuse(members.Child("backoffMaxMs"),
+                   "below the back-off of " + std::to_string(policy.backoff.count()) + " ms");
+        }
+    }
+    if (members.Has("windowMs")) {
+        policy.window = ReadMs(members.Get("windowMs"), members.Child("windowMs"), 0U, MAX_WINDOW_MS);
     }
     return policy;
 }
 
-ProcessConfig ReadProcess(const KeyValueStorage& entry,
+std::vector<std::string> ReadEnvironment(const Document& value, const std::string& place) {
+    const Members members(value, place, {}, true);
+    std::vector<std::string> environment;
+    environment.reserve(members.Size());
+    for (std::size_t i = 0U; i < members.Size(); ++i) {
+        const std::string name = members.Name(i);
+        if (name.find('=') != std::string::npos) {
+            Refuse(members.Child(name), "expected a name without '='");
+        }
+        environment.push_back(name + "=" + ReadText(members.Value(i), members.Child(name)));
+    }
+    return environment;
+}
+
+std::vector<Dependency> ReadDependencies(const Document& value, const std::string& place) {
+    const Members members(value, place, {});
+    std::vector<Dependency> dependencies;
+    for (std::size_t i = 0U; i < members.Size(); ++i) {
+        const std::string condition = ReadText(members.Value(i), members.Child(members.Name(i)));
+        Dependency dependency{members.Name(i), Condition::kRunning};
+        if (condition == ConditionName(Condition::kTerminated)) {
+            dependency.condition = Condition::kTerminated;
+        } else if (condition != ConditionName(Condition::kRunning)) {
+            Refuse(members.Child(members.Name(i)), "expected running or terminated");
+        }
+        dependencies.push_back(std::move(dependency));
+    }
+    return dependencies;
+}
+
+Readiness ReadReadiness(const Document& value, const std::string& place) {
+    const std::string text = ReadText(value, place);
+    for (const Readiness readiness : {Readiness::kReport, Readiness::kNotify, Readiness::kSpawn}) {
+        if (text == ReadinessName(readiness)) {
+            return readiness;
+        }
+    }
+    Refuse(place, "expected report, notify or spawn");
+}
+
+ProcessConfig ReadProcess(const std::string& name,
+                          const Document& value,
                           const std::string& place,
                           const std::vector<FunctionGroupConfig>& groups) {
-    const Entries members(entry,
+    const Members members(value,
                           place,
                           {"executable",
                            "arguments",
@@ -193,17 +271,23 @@ ProcessConfig ReadProcess(const KeyValueStorage& entry,
                            "states",
                            "startupTimeoutMs",
                            "terminationTimeoutMs",
-                           "restart"},
-                          "member");
+                           "restart",
+                           "dependsOn",
+                           "readiness",
+                           "watchdogMs"});
     ProcessConfig process;
-    process.name = entry.GetKey();
+    process.name = name;
 
     const std::string executablePlace = members.Child("executable");
-    process.executable = ReadAbsolutePath(members.Require("executable"), executablePlace);
-    if (FileSystem::IsFolder(process.executable)) {
+    struct stat info {};
+    process.executable = ReadExistingPath(members.Require("executable"), executablePlace, info);
+    if (S_ISDIR(info.st_mode)) {
         Refuse(executablePlace, "is a directory");
     }
-    if (!FileSystem::IsExecutable(process.executable)) {
+    if (!S_ISREG(info.st_mode)) {
+        Refuse(executablePlace, "not a regular file");
+    }
+    if (::access(process.executable.c_str(), X_OK) != 0) {
         Refuse(executablePlace, "not executable");
     }
 
@@ -216,73 +300,156 @@ ProcessConfig ReadProcess(const KeyValueStorage& entry,
         Refuse(groupPlace, "unknown function group");
     }
     const std::string statesPlace = members.Child("states");
-    process.states = ReadNames(members.Require("states"), statesPlace);
+    process.states = ReadStates(members.Require("states"), statesPlace);
     for (std::size_t i = 0U; i < process.states.size(); ++i) {
         if (!Contains(group->states, process.states[i])) {
-            Refuse(Indexed(statesPlace, i), "unknown state");
+            Refuse(Pointer(statesPlace, i), "unknown state");
         }
     }
 
-    if (const KeyValueStorage* found = members.Find("arguments")) {
-        process.arguments = ReadTexts(*found, members.Child("arguments"));
+    if (members.Has("arguments")) {
+        process.arguments = ReadTexts(members.Get("arguments"), members.Child("arguments"));
     }
-    if (const KeyValueStorage* found = members.Find("environment")) {
-        const std::string environmentPlace = members.Child("environment");
-        process.environment = ReadTexts(*found, environmentPlace);
-        for (std::size_t i = 0U; i < process.environment.size(); ++i) {
-            std::pair<std::string, std::string> variable;
-            if (!StringProcess::ParseEnvFromString(process.environment[i], variable)) {
-                Refuse(Indexed(environmentPlace, i), "expected NAME=VALUE");
-            }
-        }
+    if (members.Has("environment")) {
+        process.environment = ReadEnvironment(members.Get("environment"), members.Child("environment"));
     }
-    if (const KeyValueStorage* found = members.Find("workingDirectory")) {
+    if (members.Has("workingDirectory")) {
         const std::string directoryPlace = members.Child("workingDirectory");
-        process.workingDirectory = ReadAbsolutePath(*found, directoryPlace);
-        if (!FileSystem::IsFolder(process.workingDirectory)) {
+        process.workingDirectory = ReadExistingPath(members.Get("workingDirectory"), directoryPlace, info);
+        if (!S_ISDIR(info.st_mode)) {
             Refuse(directoryPlace, "not a directory");
         }
     }
-    if (const KeyValueStorage* found = members.Find("startupTimeoutMs")) {
+    if (members.Has("startupTimeoutMs")) {
         process.startupTimeout =
-            std::chrono::milliseconds(ReadNumber(*found, members.Child("startupTimeoutMs"), 1U, MAX_TIMEOUT_MS));
+            ReadMs(members.Get("startupTimeoutMs"), members.Child("startupTimeoutMs"), 1U, MAX_TIMEOUT_MS);
     }
-    if (const KeyValueStorage* found = members.Find("terminationTimeoutMs")) {
+    if (members.Has("terminationTimeoutMs")) {
         process.terminationTimeout =
-            std::chrono::milliseconds(ReadNumber(*found, members.Child("terminationTimeoutMs"), 1U, MAX_TIMEOUT_MS));
+            ReadMs(members.Get("terminationTimeoutMs"), members.Child("terminationTimeoutMs"), 1U, MAX_TIMEOUT_MS);
     }
-    if (const KeyValueStorage* found = members.Find("restart")) {
-        process.restart = ReadRestart(*found, members.Child("restart"));
+    if (members.Has("restart")) {
+        process.restart = ReadRestart(members.Get("restart"), members.Child("restart"));
+    }
+    if (members.Has("dependsOn")) {
+        process.dependsOn = ReadDependencies(members.Get("dependsOn"), members.Child("dependsOn"));
+    }
+    if (members.Has("readiness")) {
+        process.readiness = ReadReadiness(members.Get("readiness"), members.Child("readiness"));
+    }
+    if (members.Has("watchdogMs")) {
+        process.watchdog = ReadMs(members.Get("watchdogMs"), members.Child("watchdogMs"), 0U, MAX_TIMEOUT_MS);
     }
     return process;
 }
 
-Manifest ReadManifest(const KeyValueStorage& root) {
-    const std::string rootKey = "manifest";
-    if (root.GetKey() != rootKey) {
-        Refuse("", "expected the root entry {\"key\": \"manifest\", \"value\": [...]}");
-    }
-    const Entries members(root, rootKey, {"functionGroups", "processes"}, "member");
-    Manifest manifest;
-
-    const Entries groups(members.Require("functionGroups"), members.Child("functionGroups"), {}, "function group");
-    for (const KeyValueStorage& entry : groups.All()) {
-        manifest.functionGroups.push_back(ReadFunctionGroup(entry, groups.Child(entry.GetKey())));
-    }
-    if (groups.Find(MACHINE_FG) == nullptr) {
-        Refuse(members.Child("functionGroups"), std::string("missing function group ") + MACHINE_FG);
-    }
-
-    if (const KeyValueStorage* found = members.Find("processes")) {
-        const Entries processes(*found, members.Child("processes"), {}, "process");
-        for (const KeyValueStorage& entry : processes.All()) {
-            manifest.processes.push_back(ReadProcess(entry, processes.Child(entry.GetKey()), manifest.functionGroups));
-        }
-    }
-    return manifest;
+std::string EdgePlace(const ProcessConfig& process, const Dependency& dependency) {
+    return Pointer(Pointer(Pointer(Pointer("", "processes"), process.name), "dependsOn"), dependency.process);
 }
 
-ManifestResult ValidateManifest(const KeyValueStorage& root, const std::string& file);
+// Every dependency names another process of the same group that runs in every state of the
+// dependent; no process is needed both running and terminated; there is no cycle.
+void CheckDependencies(const Manifest& manifest) {
+    std::map<std::string, std::size_t> indexOf;
+    for (std::size_t i = 0U; i < manifest.processes.size(); ++i) {
+        indexOf.emplace(manifest.processes[i].name, i);
+    }
+    std::map<std::string, std::pair<Condition, std::string>> neededAs;  // process: condition, by whom
+    for (const ProcessConfig& process : manifest.processes) {
+        for (const Dependency& dependency : process.dependsOn) {
+            const std::string place = EdgePlace(process, dependency);
+            const auto found = indexOf.find(dependency.process);
+            if (found == indexOf.end()) {
+                Refuse(place, "unknown process");
+            }
+            if (dependency.process == process.name) {
+                Refuse(place, "a process cannot depend on itself");
+            }
+            const ProcessConfig& needed = manifest.processes[found->second];
+            if (needed.functionGroup != process.functionGroup) {
+                Refuse(
+                    place,
+                    needed.name + " is in function group " + needed.functionGroup + ", not " + process.functionGroup);
+            }
+            for (const std::string& state : process.states) {
+                if (!Contains(needed.states, state)) {
+                    Refuse(place, needed.name + " does not run in state " + state + " of " + process.functionGroup);
+                }
+            }
+            const auto earlier =
+                neededAs.emplace(dependency.process, std::make_pair(dependency.condition, process.name));
+            if (earlier.first->second.first != dependency.condition) {
+                Refuse(place,
+                       needed.name + " is needed " + ConditionName(dependency.condition) + " here but " +
+                           ConditionName(earlier.first->second.first) + " by " + earlier.first->second.second);
+            }
+        }
+    }
+
+    // Depth-first, in manifest order, without recursion: the first back edge closes a cycle.
+    enum class Mark : std::uint8_t { kNew, kOnPath, kDone };
+    std::vector<Mark> marks(manifest.processes.size(), Mark::kNew);
+    struct Frame {
+        std::size_t process;
+        std::size_t nextEdge;
+    };
+    for (std::size_t start = 0U; start < manifest.processes.size(); ++start) {
+        if (marks[start] != Mark::kNew) {
+            continue;
+        }
+        std::vector<Frame> path{{start, 0U}};
+        marks[start] = Mark::kOnPath;
+        while (!path.empty()) {
+            Frame& frame = path.back();
+            const ProcessConfig& process = manifest.processes[frame.process];
+            if (frame.nextEdge == process.dependsOn.size()) {
+                marks[frame.process] = Mark::kDone;
+                path.pop_back();
+                continue;
+            }
+            const std::size_t next = indexOf.at(process.dependsOn[frame.nextEdge++].process);
+            if (marks[next] == Mark::kNew) {
+                marks[next] = Mark::kOnPath;
+                path.push_back({next, 0U});
+            } else if (marks[next] == Mark::kOnPath) {
+                auto first = std::find_if(
+                    path.begin(), path.end(), [next](const Frame& candidate) { return candidate.process == next; });
+                std::string cycle;
+                for (auto it = first; it != path.end(); ++it) {
+                    cycle += manifest.processes[it->process].name + " -> ";
+                }
+                const ProcessConfig& from = manifest.processes[first->process];
+                Refuse(EdgePlace(from, from.dependsOn[first->nextEdge - 1U]),
+                       "dependency cycle: " + cycle + manifest.processes[next].name);
+            }
+        }
+    }
+}
+
+Manifest ReadManifest(const Document& root) {
+    const Members members(root, "", {"$schema", "functionGroups", "processes"});
+    if (members.Has("$schema")) {
+        ReadText(members.Get("$schema"), members.Child("$schema"));
+    }
+    Manifest manifest;
+    const Members groups(members.Require("functionGroups"), members.Child("functionGroups"), {}, true);
+    for (std::size_t i = 0U; i < groups.Size(); ++i) {
+        manifest.functionGroups.push_back(
+            ReadFunctionGroup(groups.Name(i), groups.Value(i), groups.Child(groups.Name(i))));
+    }
+    if (!groups.Has(MACHINE_FG)) {
+        Refuse(groups.Child(MACHINE_FG), "missing member");
+    }
+    if (members.Has("processes")) {
+        const Members processes(members.Get("processes"), members.Child("processes"), {}, true);
+        for (std::size_t i = 0U; i < processes.Size(); ++i) {
+            manifest.processes.push_back(ReadProcess(
+                processes.Name(i), processes.Value(i), processes.Child(processes.Name(i)), manifest.functionGroups));
+        }
+    }
+    CheckDependencies(manifest);
+    return manifest;
+}
 
 ManifestResult Failure(const std::string& file, std::string place, std::string problem) {
     ManifestResult result;
@@ -290,25 +457,28 @@ ManifestResult Failure(const std::string& file, std::string place, std::string p
     return result;
 }
 
-// Why `path` does not load, from a second parse with the same verification.
-ManifestResult LoadFailure(const std::string& path, CrcVerification verification) {
-    Document document;
-    const std::int32_t result = document.Parse(path, verification);
-    const std::string& error = document.GetParseError();
-    switch (result) {
-        case ara::quill::common::jsonParser::PARSE_SYNTAX_ERROR: {
-            const std::size_t colon = error.find(": ");
-            if (error.rfind(SYNTAX_PLACE_PREFIX, 0U) == 0U && colon != std::string::npos) {
-                return Failure(path, error.substr(0U, colon), error.substr(colon + 2U));
-            }
-            return Failure(path, "", error);
-        }
-        case ara::quill::common::jsonParser::PARSE_CRC_CHECK_FAILED:
-            return Failure(path, "", "CRC check failed: " + error);
-        case ara::quill::common::jsonParser::PARSE_SUCCESS:
-            return Failure(path, "", "changed while being read");
-        default:
-            return Failure(path, "", error.empty() ? "cannot be loaded" : error);
+// Why the parser refused `file`: the line and column it names become the place.
+ManifestResult ParseFailure(const std::string& file, std::int32_t result, const std::string& error) {
+    namespace json = ara::quill::common::jsonParser;
+    if (result == json::PARSE_CRC_CHECK_FAILED) {
+        return Failure(file, "", "CRC check failed: " + error);
+    }
+    const std::size_t colon = error.find(": ");
+    if ((result == json::PARSE_SYNTAX_ERROR || result == json::PARSE_TOO_DEEP) &&
+        error.rfind(LINE_PLACE_PREFIX, 0U) == 0U && colon != std::string::npos) {
+        return Failure(file, error.substr(0U, colon), error.substr(colon + 2U));
+    }
+    return Failure(file, "", error.empty() ? "cannot be loaded" : error);
+}
+
+ManifestResult Validate(const Document& root, const std::string& file) {
+    try {
+        ManifestResult result;
+        result.manifest = ReadManifest(root);
+        result.ok = true;
+        return result;
+    } catch (const Refusal& refusal) {
+        return Failure(file, refusal.place, refusal.problem);
     }
 }
 
@@ -343,31 +513,24 @@ ManifestResult LoadManifest(const std::string& path, const std::string& crcInten
     } else if (crcIntensity != "not") {
         return Failure(path, "", "CRC intensity \"" + crcIntensity + "\" is not one of strong, weak, not");
     }
-    KeyValueStorage root;
-    if (!tarn::em::util::JsonKeyValueStorage::LoadFromJson(path, root, crcIntensity)) {
-        return LoadFailure(path, verification);
+    Document document;
+    const std::int32_t result = document.Parse(path, verification);
+    if (result != ara::quill::common::jsonParser::PARSE_SUCCESS) {
+        return ParseFailure(path, result, document.GetParseError());
     }
-    return ValidateManifest(root, path);
+    return Validate(document, path);
 }
-
-namespace {
-ManifestResult ValidateManifest(const KeyValueStorage& root, const std::string& file) {
-    try {
-        ManifestResult result;
-        result.manifest = ReadManifest(root);
-        result.ok = true;
-        return result;
-    } catch (const Refusal& refusal) {
-        return Failure(file, refusal.place, refusal.problem);
-    }
-}
-
-}  // namespace
 
 ManifestResult ValidateManifestText(const std::string& text, const std::string& file) {
-    KeyValueStorage root;
-    (void)text;
-    return Failure(file, "", "not yet");
+    if (text.size() > Document::MAX_FILE_SIZE) {
+        return Failure(file, "", "larger than " + std::to_string(Document::MAX_FILE_SIZE) + " bytes");
+    }
+    Document document;
+    const std::int32_t result = document.ParseText(text);
+    if (result != ara::quill::common::jsonParser::PARSE_SUCCESS) {
+        return ParseFailure(file, result, document.GetParseError());
+    }
+    return Validate(document, file);
 }
 
 }  // namespace tarn::em::daemon

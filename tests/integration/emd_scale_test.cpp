@@ -19,18 +19,19 @@ namespace {
 using namespace std::chrono_literals;
 using ara_test::Alive;
 using ara_test::Emd;
-using ara_test::Entry;
 using ara_test::Gone;
 using ara_test::InCopy;
+using ara_test::Member;
 
 /// MachineFG running `count` emd_test_apps "p0", "p1", ... in `mode`.
 std::string ManyManifest(const ara_test::TempDir& dir, int count, const std::string& mode = "run") {
     std::string processes;
     for (int i = 0; i < count; ++i) {
-        processes +=
-            (i == 0 ? "" : ",") +
-            ara_test::TestApp(
-                "p" + std::to_string(i), mode, "MachineFG", "[\"Running\"]", "," + Entry("startupTimeoutMs", "600000"));
+        processes += (i == 0 ? "" : ",") + ara_test::TestApp("p" + std::to_string(i),
+                                                             mode,
+                                                             "MachineFG",
+                                                             "[\"Running\"]",
+                                                             ", " + Member("startupTimeoutMs", "600000"));
     }
     return ara_test::WriteManifest(dir, ara_test::MachineGroup(), processes);
 }

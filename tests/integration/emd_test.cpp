@@ -16,8 +16,8 @@ using namespace std::chrono_literals;
 using ara_test::Alive;
 using ara_test::Code;
 using ara_test::Emd;
-using ara_test::Entry;
 using ara_test::InCopy;
+using ara_test::Member;
 
 class EmdTest : public ::testing::TestWithParam<const char*> {};
 
@@ -56,7 +56,7 @@ TEST_P(EmdTest, ExampleManifestThroughEveryMethod) {
     EXPECT_NE(kill(alive["logger"], 0), 0);
 }
 
-/// A Demo group whose states each start one emd_test_app: `members` are more of its entries.
+/// A Demo group whose states each start one emd_test_app: `members` are more of its members.
 std::string TestManifest(const ara_test::TempDir& dir,
                          const std::vector<std::tuple<std::string, std::string, std::string>>& apps) {
     std::string processes;
@@ -65,8 +65,7 @@ std::string TestManifest(const ara_test::TempDir& dir,
             (processes.empty() ? "" : ",") + ara_test::TestApp(name, mode, "Demo", "[\"" + name + "\"]", members);
     }
     const std::string demo =
-        Entry("Demo", R"([{"key": "states", "value": ["Off", "Never", "Crash", "Later", "Stubborn", "Hang"]},
-                         {"key": "initialState", "value": "Off"}])");
+        Member("Demo", R"({"states": ["Off", "Never", "Crash", "Later", "Stubborn", "Hang"], "initialState": "Off"})");
     return ara_test::WriteManifest(dir, ara_test::MachineGroup() + "," + demo, processes);
 }
 
@@ -75,14 +74,12 @@ TEST(EmdFaultTest, FailuresRestartsAndCancellation) {
         return;
     }
     const ara_test::TempDir dir;
-    Emd emd(
-        TestManifest(dir,
-                     {{"Never", "never", R"(, {"key": "startupTimeoutMs", "value": 1500})"},
-                      {"Crash", "crash-at-start", ""},
-                      {"Later", "crash-after:1000", R"(, {"key": "restart", "value": [
-                              {"key": "maxRestarts", "value": 1}, {"key": "backoffMs", "value": 200}]})"},
-                      {"Stubborn", "ignore-term", R"(, {"key": "terminationTimeoutMs", "value": 300})"},
-                      {"Hang", "report-terminating-and-hang", R"(, {"key": "terminationTimeoutMs", "value": 300})"}}));
+    Emd emd(TestManifest(dir,
+                         {{"Never", "never", R"(, "startupTimeoutMs": 1500)"},
+                          {"Crash", "crash-at-start", ""},
+                          {"Later", "crash-after:1000", R"(, "restart": {"maxRestarts": 1, "backoffMs": 200})"},
+                          {"Stubborn", "ignore-term", R"(, "terminationTimeoutMs": 300)"},
+                          {"Hang", "report-terminating-and-hang", R"(, "terminationTimeoutMs": 300)"}}));
     // A newer request cancels the one under way.
     auto first = emd.Set("Demo", "Never");
     EXPECT_TRUE(ara_test::Eventually([&] { return emd.Running().count("Never") == 1U; }));
@@ -135,11 +132,11 @@ TEST(EmdFaultTest, KilledDaemonLeavesNoProcess) {
 
 TEST(EmdFaultTest, RefusedManifestNamesFileAndPlace) {
     const ara_test::TempDir dir;
-    const std::string path = dir.Write("m.json", Entry("manifest", R"([{"key": "functionGroups", "value": [
-        {"key": "MachineFG", "value": [{"key": "states", "value": ["On"]}, {"key": "initialState", "value": "On"}]}]},
-        {"key": "processes", "value": [{"key": "a", "value": [{"key": "executable", "value": "bin/app"}]}]}])"));
+    const std::string path =
+        dir.Write("m.json", R"({"functionGroups": {"MachineFG": {"states": ["On"], "initialState": "On"}},
+        "processes": {"a": {"executable": "bin/app"}}})");
     ara_test::ChildProcess emd({"/bin/sh", "-c", std::string("exec ") + EMD + " --manifest " + path + " 2>&1"});
-    EXPECT_TRUE(emd.WaitForLine("emd: manifest refused: " + path + ": manifest/processes/a/executable: "))
+    EXPECT_TRUE(emd.WaitForLine("emd: manifest refused: " + path + ": /processes/a/executable: "))
         << ::testing::PrintToString(emd.Lines());
     EXPECT_EQ(emd.Wait(), 3);
 }

@@ -2,3 +2,7 @@
 # function-group transitions with a fake launcher and a test-driven clock.
 ara_exec_add_test(NAME manifest_test SOURCES daemon_manifest_test.cpp LINK emd_manifest)
 ara_exec_add_test(NAME supervisor_test SOURCES supervisor_test.cpp LINK emd_core)
+# The manifest's JSON Schema and emd's validation agree on one table of manifests.
+add_test(NAME manifest_schema_agrees
+         COMMAND python3 ${PROJECT_SOURCE_DIR}/tests/support/scripts/manifest_schema_agrees.py $<TARGET_FILE:emd>
+                 ${PROJECT_SOURCE_DIR}/daemon/manifest.schema.json)

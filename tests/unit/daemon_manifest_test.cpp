@@ -1,9 +1,11 @@
-// The machine manifest of emd: every kind of refusal with its full text, and a full manifest with defaults.
+// The machine manifest of emd: every kind of refusal with its place and problem, and a full
+// manifest read back member by member with its defaults.
 #include <gtest/gtest.h>
 
 #include <string>
 
 #include "ara/quill/common/jsonParser/crc_sidecar.h"
+#include "ara/quill/common/jsonParser/document.h"
 #include "ara_test/temp_dir.h"
 #include "manifest.h"
 
@@ -13,64 +15,110 @@ using namespace tarn::em::daemon;  // NOLINT(google-build-using-namespace)
 namespace json = ara::quill::common::jsonParser;
 using Texts = std::vector<std::string>;
 
-const std::string MANIFEST = R"({"key": "manifest", "value": [
-{"key": "functionGroups", "value": [
- {"key": "MachineFG", "value": [{"key": "states", "value": ["Startup", "Running"]}, {"key": "initialState", "value": "Running"}]},
- {"key": "Demo", "value": [{"key": "initialState", "value": "Off"}, {"key": "states", "value": ["Off", "On"]}]}]},
-{"key": "processes", "value": [
- {"key": "logger", "comment": "every member", "value": [{"key": "executable", "value": "/bin/sh"},
-  {"key": "arguments", "value": ["-c", ""]}, {"key": "environment", "value": ["A=b=c", "E="]},
-  {"key": "workingDirectory", "value": "/tmp"}, {"key": "functionGroup", "value": "MachineFG"},
-  {"key": "states", "value": ["Running", "Startup"]}, {"key": "startupTimeoutMs", "value": 3600000},
-  {"key": "terminationTimeoutMs", "value": 1}, {"key": "restart", "value": [{"key": "maxRestarts", "value": 1000}]}]},
- {"key": "p", "value": [{"key": "executable", "value": "/bin/true"}, {"key": "functionGroup", "value": "Demo"},
-  {"key": "states", "value": ["On"]}]}]}]})";
+const std::string MANIFEST = R"({"$schema": "manifest.schema.json", "functionGroups": {
+ "MachineFG": {"states": ["Startup", "Running", "Degraded"], "initialState": "Running", "onFailure": "Degraded"},
+ "Demo": {"initialState": "Off", "states": ["Off", "On"]}},
+"processes": {
+ "db": {"executable": "/bin/sh", "arguments": ["-c", ""], "environment": {"A": "b=c", "E": ""},
+  "workingDirectory": "/tmp", "functionGroup": "MachineFG", "states": ["Running", "Startup"],
+  "startupTimeoutMs": 3600000, "terminationTimeoutMs": 1, "readiness": "notify", "watchdogMs": 2000,
+  "restart": {"maxRestarts": 1000, "backoffMs": 100, "backoffMaxMs": 2000, "windowMs": 86400000}},
+ "migrate": {"executable": "/bin/true", "functionGroup": "MachineFG", "states": ["Running"], "readiness": "spawn",
+  "dependsOn": {"db": "running"}},
+ "app": {"executable": "/bin/true", "functionGroup": "MachineFG", "states": ["Running"],
+  "dependsOn": {"db": "running", "migrate": "terminated"}},
+ "a/b~c": {"executable": "/bin/true", "functionGroup": "Demo", "states": ["On"]}}})";
 
 TEST(ManifestTest, RefusesEveryFaultWithItsPlace) {
     struct Case {
-        const char* from;
+        const char* from;  // nullptr: `to` is the whole text
         const char* to;    // nullptr: no file is written
         std::string text;  // Text() after "<file>: "
         const char* intensity = "not";
     };
-    const std::string g = "manifest/functionGroups/", l = "manifest/processes/logger/", p = "manifest/processes/p/";
-    const std::string notEntry = "manifest/processes[0]: expected an entry {\"key\": <non-empty text>, \"value\": ...}";
-    const std::string range = ": expected a whole number from ";
+    const std::string g = "/functionGroups/", d = "/processes/db/", a = "/processes/app/", x = "/processes/a~1b~0c/";
+    const std::string timeout = d + "terminationTimeoutMs: expected a whole number from 1 to 3600000";
+    const std::string deep = "[\"-c\", " + std::string(125U, '[') + std::string(125U, ']') + "]";
+    const std::string large = std::string(json::Document::MAX_FILE_SIZE, ' ') + "{}";
     const Case cases[] = {
-        {"\"Demo\", ", "\"Demo\" ", "line 4, column 17: Missing a comma or '}' after an object member."},
-        {"", "", "CRC check failed: crc differs from the sidecar", "strong"},
-        {"", nullptr, "cannot open a regular file", "weak"},
-        {"", "", "CRC intensity \"medium\" is not one of strong, weak, not", "medium"},
-        {"\"manifest\"", "\"Manifest\"", "expected the root entry {\"key\": \"manifest\", \"value\": [...]}"},
-        {"Groups\", \"value\"", "Groups\", \"value\": 5, \"x\"", "manifest/functionGroups: expected a list of entries"},
-        {"\"processes\", \"value\": [", "\"processes\", \"value\": [7, ", notEntry},
-        {"\"processes\", \"value\": [", "\"processes\", \"value\": [{\"comment\": 1}, ", notEntry},
-        {"\"workingDirectory\"", "\"cwd\"", l + "cwd: unknown member"},
-        {"\"p\"", "\"logger\"", "manifest/processes/logger: duplicate process"},
-        {"{\"key\": \"functionGroup\", \"value\": \"Demo\"},", "", p + "functionGroup: missing member"},
-        {"\"MachineFG\", ", "\"Machine\", ", "manifest/functionGroups: missing function group MachineFG"},
-        {"\"value\": \"Off\"", "\"value\": \"Dim\"", g + "Demo/initialState: unknown state"},
-        {"[\"Off\", \"On\"]", "[\"Off\", \"On\", \"Off\"]", g + "Demo/states[2]: duplicate state"},
+        {"\"a/b~c\": {", "\"a/b~c\" {", "line 13, column 10: Missing a colon after a name of object member."},
+        {"[\"-c\", \"\"]", deep.c_str(), "line 5, column 178: nested deeper than 128"},
+        {"{", "{", "CRC check failed: crc differs from the sidecar", "strong"},
+        {"{", nullptr, "cannot open a regular file", "weak"},
+        {"{", "{", "CRC intensity \"medium\" is not one of strong, weak, not", "medium"},
+        {nullptr, large.c_str(), "larger than 4194304 bytes"},
+        {nullptr, "[]", "expected an object"},
+        {"\"functionGroups\"", "\"groups\"", "/groups: unknown member"},
+        {"\"$schema\": \"manifest.schema.json\"", "\"$schema\": 1", "/$schema: expected a text"},
+        {"\"MachineFG\": {", "\"Machine\": {", g + "MachineFG: missing member"},
+        {"\"initialState\": \"Off\"", "\"initialState\": \"Dim\"", g + "Demo/initialState: unknown state"},
+        {"\"Degraded\"}", "\"Down\"}", g + "MachineFG/onFailure: unknown state"},
+        {"[\"Off\", \"On\"]", "[\"Off\", \"On\", \"Off\"]", g + "Demo/states/2: duplicate state"},
         {"[\"Off\", \"On\"]", "[]", g + "Demo/states: expected at least one state"},
-        {"[\"Off\", \"On\"]", "\"Off\"", g + "Demo/states: expected a list of texts"},
-        {"[\"On\"]", "[\"On\", \"Dim\"]", p + "states[1]: unknown state"},
-        {"\"/bin/true\"", "\"bin/true\"", p + "executable: expected an absolute path"},
-        {"\"/bin/true\"", "\"/bin/no-such-program\"", p + "executable: no such file or directory"},
-        {"\"/bin/true\"", "\"/tmp\"", p + "executable: is a directory"},
-        {"\"/bin/true\"", "\"/etc/passwd\"", p + "executable: not executable"},
-        {"\"Demo\"}", "\"Nav\"}", p + "functionGroup: unknown function group"},
-        {"\"/tmp\"", "\"/bin/true\"", l + "workingDirectory: not a directory"},
-        {"\"E=\"", "\"=E\"", l + "environment[1]: expected NAME=VALUE"},
-        {"\"value\": 1}", "\"value\": 0}", l + "terminationTimeoutMs" + range + "1 to 3600000"},
-        {"\"value\": 1}", "\"value\": 1.0}", l + "terminationTimeoutMs" + range + "1 to 3600000"},
-        {"1000", "1001", l + "restart/maxRestarts" + range + "0 to 1000"},
-        {"1000", "-1", l + "restart/maxRestarts" + range + "0 to 1000"},
+        {"[\"Off\", \"On\"]", "[\"Off\", 1]", g + "Demo/states/1: expected a text"},
+        {"[\"Off\", \"On\"]", "[\"Off\", \"\"]", g + "Demo/states/1: empty name"},
+        {"[\"Off\", \"On\"]", "{}", g + "Demo/states: expected an array of texts"},
+        {"\"a/b~c\"", "\"\"", "/processes/: empty name"},
+        {"\"migrate\": {", "\"app\": {", "/processes/app: duplicate member"},
+        {"\"workingDirectory\"", "\"cwd\"", d + "cwd: unknown member"},
+        {"\"executable\": \"/bin/true\", \"functionGroup\": \"Demo\"",
+         "\"functionGroup\": \"Demo\"",
+         x + "executable: missing member"},
+        {"\"/bin/true\", \"functionGroup\": \"Demo\"",
+         "\"bin/true\", \"functionGroup\": \"Demo\"",
+         x + "executable: expected an absolute path"},
+        {"\"/bin/sh\"", "\"/bin/no-such-program\"", d + "executable: no such file or directory"},
+        {"\"/bin/sh\"", "\"/tmp\"", d + "executable: is a directory"},
+        {"\"/bin/sh\"", "\"/dev/null\"", d + "executable: not a regular file"},
+        {"\"/bin/sh\"", "\"/etc/passwd\"", d + "executable: not executable"},
+        {"\"Demo\", \"states\"", "\"Nav\", \"states\"", x + "functionGroup: unknown function group"},
+        {"[\"On\"]", "[\"On\", \"Dim\"]", x + "states/1: unknown state"},
+        {"\"/tmp\"", "\"/bin/sh\"", d + "workingDirectory: not a directory"},
+        {"\"E\": \"\"", "\"E=\": \"\"", d + "environment/E=: expected a name without '='"},
+        {"\"E\": \"\"", "\"E\": 1", d + "environment/E: expected a text"},
+        {"\"terminationTimeoutMs\": 1", "\"terminationTimeoutMs\": 0", timeout},
+        {"\"terminationTimeoutMs\": 1", "\"terminationTimeoutMs\": 1.0", timeout},
+        {"\"terminationTimeoutMs\": 1", "\"terminationTimeoutMs\": 1e0", timeout},
+        {"\"terminationTimeoutMs\": 1", "\"terminationTimeoutMs\": -1", timeout},
+        {"\"terminationTimeoutMs\": 1", "\"terminationTimeoutMs\": \"1\"", timeout},
+        {"\"maxRestarts\": 1000",
+         "\"maxRestarts\": 1001",
+         d + "restart/maxRestarts: expected a whole number from 0 to 1000"},
+        {"86400000", "86400001", d + "restart/windowMs: expected a whole number from 0 to 86400000"},
+        {"2000, \"windowMs\"", "99, \"windowMs\"", d + "restart/backoffMaxMs: below the back-off of 100 ms"},
+        {"\"watchdogMs\": 2000",
+         "\"watchdogMs\": 3600001",
+         d + "watchdogMs: expected a whole number from 0 to 3600000"},
+        {"\"spawn\"", "\"later\"", "/processes/migrate/readiness: expected report, notify or spawn"},
+        {"\"migrate\": \"terminated\"",
+         "\"migrate\": \"ready\"",
+         a + "dependsOn/migrate: expected running or terminated"},
+        {"\"migrate\": \"terminated\"", "\"nope\": \"terminated\"", a + "dependsOn/nope: unknown process"},
+        {"{\"db\": \"running\"}}",
+         "{\"migrate\": \"running\"}}",
+         "/processes/migrate/dependsOn/migrate: a process cannot depend on itself"},
+        {"\"migrate\": \"terminated\"",
+         "\"a/b~c\": \"running\"",
+         a + "dependsOn/a~1b~0c: a/b~c is in function group Demo, not MachineFG"},
+        {"[\"Running\"],\n  \"dependsOn\"",
+         "[\"Running\", \"Startup\"], \"dependsOn\"",
+         a + "dependsOn/migrate: migrate does not run in state Startup of MachineFG"},
+        {"\"db\": \"running\", \"migrate\"",
+         "\"db\": \"terminated\", \"migrate\"",
+         a + "dependsOn/db: db is needed terminated here but running by migrate"},
+        {"{\"db\": \"running\"}}",
+         "{\"app\": \"running\"}}",
+         "/processes/migrate/dependsOn/app: dependency cycle: migrate -> app -> migrate"},
     };
     for (const Case& c : cases) {
         const ara_test::TempDir dir;
         if (c.to != nullptr) {
-            std::string text = MANIFEST;
-            dir.Write("m.json", text.replace(text.find(c.from), std::string(c.from).size(), c.to));
+            std::string text = c.from == nullptr ? c.to : MANIFEST;
+            if (c.from != nullptr) {
+                ASSERT_NE(text.find(c.from), std::string::npos) << c.from;
+                text.replace(text.find(c.from), std::string(c.from).size(), c.to);
+            }
+            dir.Write("m.json", text);
             dir.Write("m.json.crc32", "00000000\n");
         }
         EXPECT_EQ(LoadManifest(dir / "m.json", c.intensity).error.Text(), dir / "m.json" + ": " + c.text);
@@ -78,7 +126,21 @@ TEST(ManifestTest, RefusesEveryFaultWithItsPlace) {
 }
 
 std::vector<long> Numbers(const ProcessConfig& c) {
-    return {c.startupTimeout.count(), c.terminationTimeout.count(), c.restart.maxRestarts, c.restart.backoff.count()};
+    return {c.startupTimeout.count(),
+            c.terminationTimeout.count(),
+            c.restart.maxRestarts,
+            c.restart.backoff.count(),
+            c.restart.backoffMax.count(),
+            c.restart.window.count(),
+            c.watchdog.count()};
+}
+
+std::string Dependencies(const ProcessConfig& process) {
+    std::string text;
+    for (const Dependency& dependency : process.dependsOn) {
+        text += dependency.process + ":" + ConditionName(dependency.condition) + " ";
+    }
+    return text;
 }
 
 TEST(ManifestTest, ReadsEveryMemberAndFillsDefaults) {
@@ -87,18 +149,29 @@ TEST(ManifestTest, ReadsEveryMemberAndFillsDefaults) {
     ASSERT_EQ(json::WriteCrcSidecar(path), json::CrcWrite::kWritten);
     const ManifestResult result = LoadManifest(path, "strong");
     ASSERT_TRUE(result.ok) << result.error.Text();
-    const FunctionGroupConfig& demo = result.manifest.functionGroups.at(1);
-    EXPECT_EQ(demo.name + "/" + demo.initialState, "Demo/Off");
-    EXPECT_EQ(demo.states, (Texts{"Off", "On"}));
-    const ProcessConfig& full = result.manifest.processes.at(0);
-    EXPECT_EQ(full.name + full.executable + full.workingDirectory + full.functionGroup, "logger/bin/sh/tmpMachineFG");
-    EXPECT_EQ(full.arguments, (Texts{"-c", ""}));
-    EXPECT_EQ(full.environment, (Texts{"A=b=c", "E="}));
-    EXPECT_EQ(full.states, (Texts{"Running", "Startup"}));
-    EXPECT_EQ(Numbers(full), (std::vector<long>{3600000, 1, 1000, 1000}));
-    const ProcessConfig& least = result.manifest.processes.at(1);
-    EXPECT_EQ(least.workingDirectory + std::to_string(least.arguments.size() + least.environment.size()), "/0");
-    EXPECT_EQ(Numbers(least), (std::vector<long>{3000, 2000, 0, 1000}));
+    const auto& groups = result.manifest.functionGroups;
+    ASSERT_EQ(groups.size(), 2U);
+    EXPECT_EQ(groups[0].name + "/" + groups[0].initialState + "/" + groups[0].onFailure, "MachineFG/Running/Degraded");
+    EXPECT_EQ(groups[1].name + "/" + groups[1].initialState + "/" + groups[1].onFailure, "Demo/Off/");
+    EXPECT_EQ(groups[1].states, (Texts{"Off", "On"}));
+    const auto& processes = result.manifest.processes;
+    ASSERT_EQ(processes.size(), 4U);
+    const ProcessConfig& db = processes[0];
+    EXPECT_EQ(db.name + db.executable + db.workingDirectory + db.functionGroup, "db/bin/sh/tmpMachineFG");
+    EXPECT_EQ(db.arguments, (Texts{"-c", ""}));
+    EXPECT_EQ(db.environment, (Texts{"A=b=c", "E="}));
+    EXPECT_EQ(db.states, (Texts{"Running", "Startup"}));
+    EXPECT_EQ(Numbers(db), (std::vector<long>{3600000, 1, 1000, 100, 2000, 86400000, 2000}));
+    EXPECT_EQ(std::string(ReadinessName(db.readiness)) + ReadinessName(processes[1].readiness) +
+                  ReadinessName(processes[2].readiness),
+              "notifyspawnreport");
+    EXPECT_EQ(Dependencies(processes[1]) + "/ " + Dependencies(processes[2]),
+              "db:running / db:running migrate:terminated ");
+    const ProcessConfig& least = processes[3];
+    EXPECT_EQ(least.name + least.workingDirectory +
+                  std::to_string(least.arguments.size() + least.environment.size() + least.dependsOn.size()),
+              "a/b~c/0");
+    EXPECT_EQ(Numbers(least), (std::vector<long>{3000, 2000, 0, 1000, 0, 0, 0}));
 }
 
 }  // namespace

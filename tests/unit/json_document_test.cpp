@@ -75,6 +75,16 @@ TEST_F(JsonDocumentTest, SyntaxErrorNamesLineAndColumnAndIsLogged) {
                                        "][result=5][error=" + document.GetParseError() + "]"));
 }
 
+// The first bracket past the depth limit, counted outside strings (the first element's
+// brackets and escaped quote are text).
+TEST_F(JsonDocumentTest, TooDeepNamesLineAndColumnOfTheFirstBracketPastTheLimit) {
+    Document document;
+    const std::string text =
+        "[\"[{\\\"\",\n " + std::string(Document::MAX_DEPTH, '[') + std::string(Document::MAX_DEPTH + 1U, ']');
+    ASSERT_EQ(document.ParseText(text), json::PARSE_TOO_DEEP);
+    EXPECT_EQ(document.GetParseError(), "line 2, column 129: nested deeper than 128");
+}
+
 TEST_F(JsonDocumentTest, AccessorsAreTotal) {
     Document document;
     EXPECT_FALSE(document.HasParseError());
@@ -91,6 +101,9 @@ TEST_F(JsonDocumentTest, AccessorsAreTotal) {
     const Document array = document.Member("a");
     EXPECT_TRUE(array.Size() == 1U && array.Element(0U).GetBool() && array.Element(1U).IsNull());
     EXPECT_FALSE(array.HasMember("0"));
+    EXPECT_EQ(document.MemberName(3U) + document.MemberValue(3U).GetString(), "sdup") << "duplicates in order";
+    EXPECT_TRUE(document.MemberName(4U).empty() && document.MemberValue(4U).IsNull());
+    EXPECT_TRUE(array.MemberName(0U).empty() && array.MemberValue(0U).IsNull());
     // A failed parse empties the document; handles taken earlier keep their tree alive.
     EXPECT_EQ(document.ParseText("[1, 2"), json::PARSE_SYNTAX_ERROR);
     EXPECT_TRUE(document.IsNull() && document.Size() == 0U && document.HasParseError());

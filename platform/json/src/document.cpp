@@ -3,8 +3,8 @@
 #include "ara/quill/common/jsonParser/document.h"
 
 #include <atomic>
+#include <cstddef>
 #include <utility>
-#include <vector>
 
 #include "ara/quill/common/jsonParser/crc_sidecar.h"
 #include "ara/quill/common/log/log.h"
@@ -45,38 +45,30 @@ const JsonValue* AsValue(const void* value) noexcept {
     return static_cast<const JsonValue*>(value);
 }
 
-// Depth of the deepest array or object, walked without recursion; stops counting once
-// `limit` is passed.
-std::size_t NestingDepth(const JsonValue& root, std::size_t limit) {
-    struct Frame {
-        const JsonValue* value;
-        std::size_t depth;
-    };
-    std::vector<Frame> pending{{&root, 1U}};
-    std::size_t deepest = 0U;
-    while (!pending.empty()) {
-        const Frame frame = pending.back();
-        pending.pop_back();
-        if (!frame.value->IsArray() && !frame.value->IsObject()) {
-            continue;
-        }
-        if (frame.depth > deepest) {
-            deepest = frame.depth;
-            if (deepest > limit) {
-                return deepest;
+// Offset of the first bracket of `text` (well-formed JSON) nested deeper than `limit`, or
+// npos; brackets inside strings do not count.
+std::size_t TooDeepOffset(const std::string& text, std::size_t limit) noexcept {
+    std::size_t depth = 0U;
+    bool inString = false;
+    for (std::size_t i = 0U; i < text.size(); ++i) {
+        const char c = text[i];
+        if (inString) {
+            if (c == '\\') {
+                ++i;
+            } else if (c == '"') {
+                inString = false;
             }
-        }
-        if (frame.value->IsArray()) {
-            for (const JsonValue& element : frame.value->GetArray()) {
-                pending.push_back({&element, frame.depth + 1U});
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > limit) {
+                return i;
             }
-        } else {
-            for (const auto& member : frame.value->GetObject()) {
-                pending.push_back({&member.value, frame.depth + 1U});
-            }
+        } else if (c == ']' || c == '}') {
+            --depth;
         }
     }
-    return deepest;
+    return std::string::npos;
 }
 
 // Line and column (both from 1) of byte `offset` of `text`.
@@ -186,8 +178,10 @@ std::int32_t Document::ParseBuffer(const std::string& path, const std::string& t
                     Position(text, tree->root.GetErrorOffset()) + ": " +
                         rapidjson::GetParseError_En(tree->root.GetParseError()));
     }
-    if (NestingDepth(tree->root, MAX_DEPTH) > MAX_DEPTH) {
-        return Fail(PARSE_TOO_DEEP, path, "nested deeper than " + std::to_string(MAX_DEPTH));
+    const std::size_t tooDeep = TooDeepOffset(text, MAX_DEPTH);
+    if (tooDeep != std::string::npos) {
+        return Fail(
+            PARSE_TOO_DEEP, path, Position(text, tooDeep) + ": nested deeper than " + std::to_string(MAX_DEPTH));
     }
     value_ = static_cast<const JsonValue*>(&tree->root);
     tree_ = std::move(tree);
@@ -297,6 +291,21 @@ Document Document::Element(std::size_t index) const noexcept {
         return Document();
     }
     return Document(tree_, &(*AsValue(value_))[static_cast<rapidjson::SizeType>(index)]);
+}
+
+std::string Document::MemberName(std::size_t index) const {
+    if (!IsObject() || index >= AsValue(value_)->MemberCount()) {
+        return {};
+    }
+    const JsonValue& name = (AsValue(value_)->MemberBegin() + static_cast<std::ptrdiff_t>(index))->name;
+    return std::string(name.GetString(), name.GetStringLength());
+}
+
+Document Document::MemberValue(std::size_t index) const noexcept {
+    if (!IsObject() || index >= AsValue(value_)->MemberCount()) {
+        return Document();
+    }
+    return Document(tree_, &(AsValue(value_)->MemberBegin() + static_cast<std::ptrdiff_t>(index))->value);
 }
 
 }  // namespace ara::quill::common::jsonParser

@@ -1,6 +1,6 @@
 # Sourced by the deployment test scripts after they set `script_name`: a scratch directory
 # ($work) and the processes the script owns ($owned), both gone on every exit; fail(), which
-# shows the end of emd's log; entry(), a key-value entry of a manifest.
+# shows the end of emd's log; member(), a member "name": value of a JSON object.
 work="$(mktemp -d)"
 owned=()
 cleanup() {
@@ -11,7 +11,7 @@ cleanup() {
 trap cleanup EXIT
 trap 'exit 130' INT TERM
 fail() { echo "$script_name: $*" >&2; [ -f "$work/emd.log" ] && tail -n 20 "$work/emd.log" >&2; exit 1; }
-entry() { echo "{\"key\": \"$1\", \"value\": $2}"; }
+member() { echo "\"$1\": $2"; }
 # own_ports: prints a port base no other test on this machine holds (slot k of 20 is
 # 10000 + 1100 k, locked through /tmp/ara_exec_test_ports.<k> for as long as the script runs),
 # for <Discovery><Ports><Base>: serving processes take the ports of participant indices 0-9

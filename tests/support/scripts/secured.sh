@@ -32,12 +32,12 @@ for cert in "$pki"/*.pem; do
 done
 
 manifest="$work/manifest.json"
-entry manifest "[$(entry functionGroups "[
-    $(entry MachineFG "[$(entry states '["Running"]'), $(entry initialState '"Running"')]"),
-    $(entry Demo "[$(entry states '["Off", "On"]'), $(entry initialState '"Off"')]")]"),
-  $(entry processes "[$(entry worker "[$(entry executable "\"$app\""), $(entry arguments '["worker", "run"]'),
-    $(entry environment "[\"CYCLONEDDS_URI=\${NET},file://$pki/applications.xml\"]"),
-    $(entry functionGroup '"Demo"'), $(entry states '["On"]')]")]")]" > "$manifest"
+echo "{$(member functionGroups "{
+    $(member MachineFG '{"states": ["Running"], "initialState": "Running"}'),
+    $(member Demo '{"states": ["Off", "On"], "initialState": "Off"}')}"),
+  $(member processes "{$(member worker "{$(member executable "\"$app\""), $(member arguments '["worker", "run"]'),
+    $(member environment "{\"CYCLONEDDS_URI\": \"\${NET},file://$pki/applications.xml\"}"),
+    $(member functionGroup '"Demo"'), $(member states '["On"]')}")}")}" > "$manifest"
 
 mkfifo "$work/ready"
 CYCLONEDDS_URI="$NET,file://$pki/emd.xml" setpriv --pdeathsig KILL "$emd" --manifest "$manifest" --log console \

@@ -75,15 +75,15 @@ uri() {
 # Demo On runs a and b; in Demo Slow, slow never reports, so a transition to it stays pending.
 # Their DDS configuration comes from APP_URI in emd's environment.
 process() {
-    entry "$1" "[$(entry executable "\"$app\""), $(entry arguments "[\"$1\", \"$2\"]"),
-        $(entry environment '["CYCLONEDDS_URI=${APP_URI}"]'),
-        $(entry functionGroup '"Demo"'), $(entry states "[\"$3\"]"), $(entry startupTimeoutMs 60000)]"
+    member "$1" "{$(member executable "\"$app\""), $(member arguments "[\"$1\", \"$2\"]"),
+        $(member environment '{"CYCLONEDDS_URI": "${APP_URI}"}'),
+        $(member functionGroup '"Demo"'), $(member states "[\"$3\"]"), $(member startupTimeoutMs 60000)}"
 }
 manifest="$work/manifest.json"
-entry manifest "[$(entry functionGroups "[
-    $(entry MachineFG "[$(entry states '["Running"]'), $(entry initialState '"Running"')]"),
-    $(entry Demo "[$(entry states '["Off", "On", "Slow"]'), $(entry initialState '"Off"')]")]"),
-  $(entry processes "[$(process a run On), $(process b run On), $(process slow never Slow)]")]" > "$manifest"
+echo "{$(member functionGroups "{
+    $(member MachineFG '{"states": ["Running"], "initialState": "Running"}'),
+    $(member Demo '{"states": ["Off", "On", "Slow"], "initialState": "Off"}')}"),
+  $(member processes "{$(process a run On), $(process b run On), $(process slow never Slow)}")}" > "$manifest"
 
 mkfifo "$work/ready"
 start_emd() {

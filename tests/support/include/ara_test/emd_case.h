@@ -1,6 +1,6 @@
 // What the tests of emd share: each runs in a fresh copy of the test program (the clients'
 // state is process-wide) with a discovery tag and ports of its own; emd in a process of its
-// own, with the state manager's and health manager's clients; manifest entries; /proc checks.
+// own, with the state manager's and health manager's clients; manifest members; /proc checks.
 #ifndef ARA_TEST_EMD_CASE_H
 #define ARA_TEST_EMD_CASE_H
 
@@ -85,35 +85,34 @@ public:
     ara::exec::RecoveryActionClient recovery_{"emd_test"};
 };
 
-inline std::string Entry(const std::string& key, const std::string& value) {
-    return "{\"key\": \"" + key + "\", \"value\": " + value + "}";
+/// The member `"name": value` of a JSON object.
+inline std::string Member(const std::string& name, const std::string& value) {
+    return "\"" + name + "\": " + value;
 }
 
-/// The process `name`: an emd_test_app in `mode`, run in `states` (a JSON list) of `group`;
-/// `more` are further entries, each led by a comma.
+/// The process `name`: an emd_test_app in `mode`, run in `states` (a JSON array) of `group`;
+/// `more` are further members, each led by a comma.
 inline std::string TestApp(const std::string& name,
                            const std::string& mode,
                            const std::string& group,
                            const std::string& states,
                            const std::string& more = {}) {
-    return Entry(name,
-                 "[" + Entry("executable", "\"" EMD_TEST_APP "\"") + "," +
-                     Entry("arguments", "[\"" + name + "\", \"" + mode + "\"]") + "," +
-                     Entry("functionGroup", "\"" + group + "\"") + "," + Entry("states", states) + more + "]");
+    return Member(name,
+                  "{" + Member("executable", "\"" EMD_TEST_APP "\"") + ", " +
+                      Member("arguments", "[\"" + name + "\", \"" + mode + "\"]") + ", " +
+                      Member("functionGroup", "\"" + group + "\"") + ", " + Member("states", states) + more + "}");
 }
 
-/// A manifest file in `dir` of `groups` and `processes` (entries joined by commas).
+/// A manifest file in `dir` of `groups` and `processes` (members joined by commas).
 inline std::string WriteManifest(const TempDir& dir, const std::string& groups, const std::string& processes) {
-    return dir.Write("manifest.json",
-                     Entry("manifest",
-                           "[" + Entry("functionGroups", "[" + groups + "]") + "," +
-                               Entry("processes", "[" + processes + "]") + "]"));
+    return dir.Write(
+        "manifest.json",
+        "{" + Member("functionGroups", "{" + groups + "}") + ", " + Member("processes", "{" + processes + "}") + "}");
 }
 
 /// MachineFG with its one state Running, which it starts in.
 inline std::string MachineGroup() {
-    return Entry("MachineFG",
-                 "[" + Entry("states", "[\"Running\"]") + "," + Entry("initialState", "\"Running\"") + "]");
+    return Member("MachineFG", R"({"states": ["Running"], "initialState": "Running"})");
 }
 
 /// The process has ended (gone, or a zombie nobody reaped yet).

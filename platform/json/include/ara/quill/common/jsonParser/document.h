@@ -64,8 +64,8 @@ public:
 
     /// True after a Parse that did not succeed.
     bool HasParseError() const noexcept;
-    /// What went wrong in the last Parse, with line and column for syntax errors; empty
-    /// after success.
+    /// What went wrong in the last Parse, led by "line L, column C: " for syntax errors and
+    /// for the first bracket nested too deep; empty after success.
     const std::string& GetParseError() const noexcept;
 
     bool IsNull() const noexcept;
@@ -104,6 +104,12 @@ public:
     std::size_t Size() const noexcept;
     /// Element `index` of an array, or a null handle when out of range or not an array.
     Document Element(std::size_t index) const noexcept;
+    /// The name of member `index` of an object, in document order (duplicates included);
+    /// empty when out of range or not an object.
+    std::string MemberName(std::size_t index) const;
+    /// The value of member `index` of an object, or a null handle when out of range or not
+    /// an object.
+    Document MemberValue(std::size_t index) const noexcept;
 
 private:
     struct Tree;
