@@ -1,4 +1,5 @@
-// The machine manifest of emd: every kind of refusal with its place and problem, and a full
+// The machine manifest of emd: the refusals that tests/support/scripts/manifest_schema_agrees.py
+// (which checks emd's place and problem for every other kind) does not reach, and a full
 // manifest read back member by member with its defaults.
 #include <gtest/gtest.h>
 
@@ -29,7 +30,7 @@ const std::string MANIFEST = R"({"$schema": "manifest.schema.json", "functionGro
   "dependsOn": {"db": "running", "migrate": "terminated"}},
  "a/b~c": {"executable": "/bin/true", "functionGroup": "Demo", "states": ["On"]}}})";
 
-TEST(ManifestTest, RefusesEveryFaultWithItsPlace) {
+TEST(ManifestTest, RefusesWithItsPlace) {
     struct Case {
         const char* from;  // nullptr: `to` is the whole text
         const char* to;    // nullptr: no file is written
@@ -37,7 +38,6 @@ TEST(ManifestTest, RefusesEveryFaultWithItsPlace) {
         const char* intensity = "not";
     };
     const std::string g = "/functionGroups/", d = "/processes/db/", a = "/processes/app/", x = "/processes/a~1b~0c/";
-    const std::string timeout = d + "terminationTimeoutMs: expected a whole number from 1 to 3600000";
     const std::string deep = "[\"-c\", " + std::string(125U, '[') + std::string(125U, ']') + "]";
     const std::string large = std::string(json::Document::MAX_FILE_SIZE, ' ') + "{}";
     const Case cases[] = {
@@ -48,64 +48,17 @@ TEST(ManifestTest, RefusesEveryFaultWithItsPlace) {
         {"{", "{", "CRC intensity \"medium\" is not one of strong, weak, not", "medium"},
         {nullptr, large.c_str(), "larger than 4194304 bytes"},
         {nullptr, "[]", "expected an object"},
-        {"\"functionGroups\"", "\"groups\"", "/groups: unknown member"},
-        {"\"$schema\": \"manifest.schema.json\"", "\"$schema\": 1", "/$schema: expected a text"},
-        {"\"MachineFG\": {", "\"Machine\": {", g + "MachineFG: missing member"},
-        {"\"initialState\": \"Off\"", "\"initialState\": \"Dim\"", g + "Demo/initialState: unknown state"},
-        {"\"Degraded\"}", "\"Down\"}", g + "MachineFG/onFailure: unknown state"},
-        {"[\"Off\", \"On\"]", "[\"Off\", \"On\", \"Off\"]", g + "Demo/states/2: duplicate state"},
-        {"[\"Off\", \"On\"]", "[]", g + "Demo/states: expected at least one state"},
         {"[\"Off\", \"On\"]", "[\"Off\", 1]", g + "Demo/states/1: expected a text"},
-        {"[\"Off\", \"On\"]", "[\"Off\", \"\"]", g + "Demo/states/1: empty name"},
         {"[\"Off\", \"On\"]", "{}", g + "Demo/states: expected an array of texts"},
         {"\"a/b~c\"", "\"\"", "/processes/: empty name"},
-        {"\"migrate\": {", "\"app\": {", "/processes/app: duplicate member"},
-        {"\"workingDirectory\"", "\"cwd\"", d + "cwd: unknown member"},
-        {"\"executable\": \"/bin/true\", \"functionGroup\": \"Demo\"",
-         "\"functionGroup\": \"Demo\"",
-         x + "executable: missing member"},
-        {"\"/bin/true\", \"functionGroup\": \"Demo\"",
-         "\"bin/true\", \"functionGroup\": \"Demo\"",
-         x + "executable: expected an absolute path"},
-        {"\"/bin/sh\"", "\"/bin/no-such-program\"", d + "executable: no such file or directory"},
-        {"\"/bin/sh\"", "\"/tmp\"", d + "executable: is a directory"},
         {"\"/bin/sh\"", "\"/dev/null\"", d + "executable: not a regular file"},
-        {"\"/bin/sh\"", "\"/etc/passwd\"", d + "executable: not executable"},
-        {"\"Demo\", \"states\"", "\"Nav\", \"states\"", x + "functionGroup: unknown function group"},
         {"[\"On\"]", "[\"On\", \"Dim\"]", x + "states/1: unknown state"},
-        {"\"/tmp\"", "\"/bin/sh\"", d + "workingDirectory: not a directory"},
-        {"\"E\": \"\"", "\"E=\": \"\"", d + "environment/E=: expected a name without '='"},
-        {"\"E\": \"\"", "\"E\": 1", d + "environment/E: expected a text"},
-        {"\"terminationTimeoutMs\": 1", "\"terminationTimeoutMs\": 0", timeout},
-        {"\"terminationTimeoutMs\": 1", "\"terminationTimeoutMs\": 1.0", timeout},
-        {"\"terminationTimeoutMs\": 1", "\"terminationTimeoutMs\": 1e0", timeout},
-        {"\"terminationTimeoutMs\": 1", "\"terminationTimeoutMs\": -1", timeout},
-        {"\"terminationTimeoutMs\": 1", "\"terminationTimeoutMs\": \"1\"", timeout},
-        {"\"maxRestarts\": 1000",
-         "\"maxRestarts\": 1001",
-         d + "restart/maxRestarts: expected a whole number from 0 to 1000"},
-        {"86400000", "86400001", d + "restart/windowMs: expected a whole number from 0 to 86400000"},
-        {"2000, \"windowMs\"", "99, \"windowMs\"", d + "restart/backoffMaxMs: below the back-off of 100 ms"},
-        {"\"watchdogMs\": 2000",
-         "\"watchdogMs\": 3600001",
-         d + "watchdogMs: expected a whole number from 0 to 3600000"},
-        {"\"spawn\"", "\"later\"", "/processes/migrate/readiness: expected report, notify or spawn"},
-        {"\"migrate\": \"terminated\"",
-         "\"migrate\": \"ready\"",
-         a + "dependsOn/migrate: expected running or terminated"},
-        {"\"migrate\": \"terminated\"", "\"nope\": \"terminated\"", a + "dependsOn/nope: unknown process"},
-        {"{\"db\": \"running\"}}",
-         "{\"migrate\": \"running\"}}",
-         "/processes/migrate/dependsOn/migrate: a process cannot depend on itself"},
+        {"\"terminationTimeoutMs\": 1",
+         "\"terminationTimeoutMs\": 1e0",
+         d + "terminationTimeoutMs: expected a whole number from 1 to 3600000"},
         {"\"migrate\": \"terminated\"",
          "\"a/b~c\": \"running\"",
          a + "dependsOn/a~1b~0c: a/b~c is in function group Demo, not MachineFG"},
-        {"[\"Running\"],\n  \"dependsOn\"",
-         "[\"Running\", \"Startup\"], \"dependsOn\"",
-         a + "dependsOn/migrate: migrate does not run in state Startup of MachineFG"},
-        {"\"db\": \"running\", \"migrate\"",
-         "\"db\": \"terminated\", \"migrate\"",
-         a + "dependsOn/db: db is needed terminated here but running by migrate"},
         {"{\"db\": \"running\"}}",
          "{\"app\": \"running\"}}",
          "/processes/migrate/dependsOn/app: dependency cycle: migrate -> app -> migrate"},

@@ -4,7 +4,6 @@ is checked by `emd --check` (exit 0 or 3) and by the schema, and both must give 
 verdict. Rows marked EMD_ONLY hold what a schema cannot see (files, states and groups named,
 dependencies, duplicate members, 1.0 for 1): the schema accepts them and emd refuses them.
 Usage: manifest_schema_agrees.py <emd> <schema>"""
-import copy
 import json
 import os
 import subprocess
@@ -100,28 +99,24 @@ ROWS = [  # verdict, change, the place and problem emd names
 
 def main(emd, schema_path):
     with open(schema_path, encoding="utf-8") as f:
-        schema = json.load(f)
-    jsonschema.Draft202012Validator.check_schema(schema)
-    validator = jsonschema.Draft202012Validator(schema)
+        validator = jsonschema.Draft202012Validator(json.load(f))
+    validator.check_schema(validator.schema)
     failures = 0
     with tempfile.TemporaryDirectory() as work:
         path = os.path.join(work, "m.json")
         for number, (verdict, change, place) in enumerate(ROWS):
-            doc = copy.deepcopy(BASE)
+            doc = json.loads(json.dumps(BASE))
             changed = change(doc)
             manifest = changed if isinstance(changed, str) else json.dumps(doc)
             with open(path, "w", encoding="utf-8") as f:
                 f.write(manifest)
-            run = subprocess.run([emd, "--manifest", path, "--check", "--log", "none"], capture_output=True,
-                                 text=True, check=False)
-            schema_accepts = validator.is_valid(json.loads(manifest))
-            emd_accepts = run.returncode == 0
-            expected = (verdict == VALID, verdict != REFUSED)  # emd, schema
-            if (emd_accepts, schema_accepts) != expected or run.returncode not in (0, 3) or \
-                    (place and f"{path}: {place}" not in run.stderr):
+            run = subprocess.run([emd, "--manifest", path, "--check", "--log", "none"], capture_output=True, text=True)
+            verdicts = (run.returncode == 0, validator.is_valid(json.loads(manifest)))  # emd, schema
+            if verdicts != (verdict == VALID, verdict != REFUSED) or run.returncode not in (0, 3) or \
+                    f"{path}: {place}" not in run.stderr + path + ": ":
                 failures += 1
-                print(f"row {number} ({verdict}, {place or 'valid'}): emd exit {run.returncode} "
-                      f"{run.stderr.strip()!r}, schema {'accepts' if schema_accepts else 'refuses'}\n  {manifest}")
+                print(f"row {number} ({verdict}, {place}): emd exit {run.returncode} {run.stderr.strip()!r}, schema "
+                      f"{'accepts' if verdicts[1] else 'refuses'}\n  {manifest}")
     print(f"{len(ROWS) - failures} of {len(ROWS)} rows agree")
     return 1 if failures else 0
 
