@@ -130,12 +130,12 @@ std::vector<std::string> ReadStates(const Document& value, const std::string& pl
     if (names.empty()) {
         Refuse(place, "expected at least one state");
     }
+    std::set<std::string> seen;
     for (std::size_t i = 0U; i < names.size(); ++i) {
         if (names[i].empty()) {
             Refuse(Pointer(place, i), "empty name");
         }
-        const auto end = names.begin() + static_cast<std::ptrdiff_t>(i);
-        if (std::find(names.begin(), end, names[i]) != end) {
+        if (!seen.insert(names[i]).second) {
             Refuse(Pointer(place, i), "duplicate state");
         }
     }
@@ -168,6 +168,10 @@ std::string ReadExistingPath(const Document& value, const std::string& place, st
     }
     return path;
 }
+
+// The states of each function group (or process) by its name; sets, so that a manifest of
+// many states is checked in time that grows with its size, not with its square.
+using StateSets = std::map<std::string, std::set<std::string>>;
 
 bool Contains(const std::vector<std::string>& texts, const std::string& text) {
     return std::find(texts.begin(), texts.end(), text) != texts.end();
@@ -260,7 +264,7 @@ Readiness ReadReadiness(const Document& value, const std::string& place) {
 ProcessConfig ReadProcess(const std::string& name,
                           const Document& value,
                           const std::string& place,
-                          const std::vector<FunctionGroupConfig>& groups) {
+                          const StateSets& groups) {
     const Members members(value,
                           place,
                           {"executable",
@@ -293,16 +297,14 @@ ProcessConfig ReadProcess(const std::string& name,
 
     const std::string groupPlace = members.Child("functionGroup");
     process.functionGroup = ReadText(members.Require("functionGroup"), groupPlace);
-    const auto group = std::find_if(groups.begin(), groups.end(), [&process](const FunctionGroupConfig& candidate) {
-        return candidate.name == process.functionGroup;
-    });
+    const auto group = groups.find(process.functionGroup);
     if (group == groups.end()) {
         Refuse(groupPlace, "unknown function group");
     }
     const std::string statesPlace = members.Child("states");
     process.states = ReadStates(members.Require("states"), statesPlace);
     for (std::size_t i = 0U; i < process.states.size(); ++i) {
-        if (!Contains(group->states, process.states[i])) {
+        if (group->second.count(process.states[i]) == 0U) {
             Refuse(Pointer(statesPlace, i), "unknown state");
         }
     }
@@ -351,8 +353,11 @@ std::string EdgePlace(const ProcessConfig& process, const Dependency& dependency
 // dependent; no process is needed both running and terminated; there is no cycle.
 void CheckDependencies(const Manifest& manifest) {
     std::map<std::string, std::size_t> indexOf;
+    StateSets statesOf;
     for (std::size_t i = 0U; i < manifest.processes.size(); ++i) {
         indexOf.emplace(manifest.processes[i].name, i);
+        statesOf[manifest.processes[i].name].insert(manifest.processes[i].states.begin(),
+                                                    manifest.processes[i].states.end());
     }
     std::map<std::string, std::pair<Condition, std::string>> neededAs;  // process: condition, by whom
     for (const ProcessConfig& process : manifest.processes) {
@@ -372,7 +377,7 @@ void CheckDependencies(const Manifest& manifest) {
                     needed.name + " is in function group " + needed.functionGroup + ", not " + process.functionGroup);
             }
             for (const std::string& state : process.states) {
-                if (!Contains(needed.states, state)) {
+                if (statesOf[needed.name].count(state) == 0U) {
                     Refuse(place, needed.name + " does not run in state " + state + " of " + process.functionGroup);
                 }
             }
@@ -432,10 +437,13 @@ Manifest ReadManifest(const Document& root) {
         ReadText(members.Get("$schema"), members.Child("$schema"));
     }
     Manifest manifest;
+    StateSets groupStates;
     const Members groups(members.Require("functionGroups"), members.Child("functionGroups"), {}, true);
     for (std::size_t i = 0U; i < groups.Size(); ++i) {
         manifest.functionGroups.push_back(
             ReadFunctionGroup(groups.Name(i), groups.Value(i), groups.Child(groups.Name(i))));
+        groupStates[groups.Name(i)].insert(manifest.functionGroups.back().states.begin(),
+                                           manifest.functionGroups.back().states.end());
     }
     if (!groups.Has(MACHINE_FG)) {
         Refuse(groups.Child(MACHINE_FG), "missing member");
@@ -443,8 +451,8 @@ Manifest ReadManifest(const Document& root) {
     if (members.Has("processes")) {
         const Members processes(members.Get("processes"), members.Child("processes"), {}, true);
         for (std::size_t i = 0U; i < processes.Size(); ++i) {
-            manifest.processes.push_back(ReadProcess(
-                processes.Name(i), processes.Value(i), processes.Child(processes.Name(i)), manifest.functionGroups));
+            manifest.processes.push_back(
+                ReadProcess(processes.Name(i), processes.Value(i), processes.Child(processes.Name(i)), groupStates));
         }
     }
     CheckDependencies(manifest);
