@@ -2,3 +2,4 @@
 # function-group transitions with a fake launcher and a test-driven clock.
 ara_exec_add_test(NAME manifest_test SOURCES daemon_manifest_test.cpp LINK emd_manifest)
 ara_exec_add_test(NAME supervisor_test SOURCES supervisor_test.cpp LINK emd_core)
+ara_exec_add_test(NAME notify_protocol_test SOURCES notify_protocol_test.cpp LINK emd_core)
