@@ -41,8 +41,16 @@ ProcessConfig Config(const std::string& name, const std::string& group, Texts st
 /// The actions in short: a log line by its title, the other actions by kind.
 std::string Render(const std::vector<ProcessAction>& actions) {
     using K = ProcessAction::Kind;
-    static const char* const kinds[] = {
-        "", "enqueue", "launch", "", "answer=", "converge", "fail-transition", "group-failed=", "continue-shutdown"};
+    static const char* const kinds[] = {"",
+                                        "enqueue",
+                                        "launch",
+                                        "",
+                                        "answer=",
+                                        "converge",
+                                        "fail-transition",
+                                        "group-failed=",
+                                        "continue-shutdown",
+                                        "start-limit"};
     std::string text;
     for (const ProcessAction& action : actions) {
         text += (text.empty() ? "" : ", ") + std::string(kinds[static_cast<int>(action.kind)]);
@@ -75,7 +83,7 @@ struct Fed {
 };
 
 /// A machine brought to `setup`: a parent setup and one more event.
-ProcessMachine Prepared(const ProcessConfig& config, const std::string& setup) {
+ProcessMachine Prepared(const ProcessConfig& config, const std::string& setup, bool oneShot = false) {
     using R = ExecutionState;
     // clang-format off
     static const std::map<std::string, Fed> steps = {
@@ -91,23 +99,36 @@ ProcessMachine Prepared(const ProcessConfig& config, const std::string& setup) {
         {"Terminating+restart", {"Running", ProcessEvent::Stop(false, AfterStop::kRelaunch), 0, MOVING}},
         {"Restarting", {"Running", ProcessEvent::Exited(9), 0, SETTLED}},
         {"Backoff", {"Restarting", ProcessEvent::Of(E::kTimer), 20, SETTLED}},  // relaunch asked for
+        {"Relaunched", {"Backoff", ProcessEvent::Spawned({9, ""}), 20, SETTLED}},
+        {"Relaunched+running", {"Relaunched", ProcessEvent::Reported(R::kRunning), 20, SETTLED}},
+        {"Watchdog-killed", {"Running", ProcessEvent::Of(E::kTimer), 30, SETTLED}},
+        {"Terminated", {"Starting", ProcessEvent::Exited(0), 10, MOVING}},
     };
     // clang-format on
     if (setup == "Idle") {
-        return ProcessMachine(config);
+        return ProcessMachine(config, oneShot);
     }
     const Fed& step = steps.at(setup);
-    ProcessMachine m = Prepared(config, step.setup);
+    ProcessMachine m = Prepared(config, step.setup, oneShot);
     (void)m.Handle(step.event, step.context, T0 + std::chrono::milliseconds(step.atMs));
     return m;
 }
 
 TEST(ProcessMachineTest, EveryPhaseAndEvent) {
+    // 0: report, one restart, back-off 20 ms. 1: notify, watchdog 30 ms, two restarts within
+    // 100 ms, back-off 10 ms doubling up to 15 ms. 2: spawn. 3: a one-shot.
+    ProcessConfig variants[4] = {
+        Config("p", "G", {"On"}, 1U), Config("p", "G", {"On"}, 2U), Config("p", "G", {"On"}), Config("p", "G", {"On"})};
+    variants[1].readiness = Readiness::kNotify;
+    variants[1].watchdog = 30ms;
+    variants[1].restart = {2U, 10ms, 15ms, 100ms};
+    variants[2].readiness = Readiness::kSpawn;
     struct Case {
         Fed fed;
         P phase;
         const char* actions;
         int deadlineMs;  // -1: none
+        int variant = 0;
     };
     const auto of = ProcessEvent::Of;
     const ProcessEvent running = ProcessEvent::Reported(ExecutionState::kRunning);
@@ -142,7 +163,7 @@ TEST(ProcessMachineTest, EveryPhaseAndEvent) {
          "Still running after reporting kTerminating, sending SIGKILL, Stopping, SIGKILL", -1},
         {{"Restarting", of(E::kTimer), 20, SETTLED}, P::kIdle, "launch", -1},
         {{"Backoff", PE::Spawned({-1, "x"}), 20, MOVING}, P::kFailed,
-         "Launch failed, group-failed=true, Restarts used up, function group failed, fail-transition, converge", -1},
+         "Launch failed, Restarts used up, fail-transition, start-limit, converge", -1},
         {{"Backoff", PE::Spawned({8, ""}), 20, SETTLED}, P::kStarting, "Launched, converge", 120},
         {{"Terminating", PE::Exited(0), 10, MOVING}, P::kIdle, "Process exited, converge", -1},
         {{"Terminating", of(E::kTimer), 49, MOVING}, P::kTerminating, "", 50},
@@ -163,13 +184,45 @@ TEST(ProcessMachineTest, EveryPhaseAndEvent) {
         {{"Queued", of(E::kShutdown), 0, SHUTDOWN}, P::kIdle, "answer=6", -1},
         {{"Terminating", of(E::kShutdown), 0, SHUTDOWN}, P::kTerminating, "answer=6", 50},
         {{"Running", of(E::kKill), 0, SHUTDOWN}, P::kRunning, "Killing at once, SIGKILL", -1},
+        // Readiness by notification, the watchdog, and the back-off within its window.
+        {{"Starting", of(E::kReady), 0, MOVING}, P::kStarting, "", 100},  // a report-kind process
+        {{"Starting", of(E::kReady), 5, MOVING}, P::kRunning, "Ready, converge", 35, 1},
+        {{"Starting", running, 5, MOVING}, P::kRunning, "Reported kRunning, converge", 35, 1},
+        {{"Starting", PE::Extend(500ms), 10, MOVING}, P::kStarting, "Time-out extended", 510, 1},
+        {{"Starting", PE::Extend(10ms), 10, MOVING}, P::kStarting, "", 100, 1},  // never shortened
+        {{"Queued", PE::Extend(500ms), 0, MOVING}, P::kStarting, "", -1, 1},
+        {{"Terminating", PE::Extend(500ms), 10, MOVING}, P::kTerminating, "Time-out extended", 510, 1},
+        {{"Running", of(E::kPing), 20, SETTLED}, P::kRunning, "", 50, 1},
+        {{"Running", of(E::kPing), 20, SETTLED}, P::kRunning, "", -1, 0},  // no watchdog
+        {{"Running", of(E::kTimer), 29, SETTLED}, P::kRunning, "", 30, 1},
+        {{"Running", of(E::kTimer), 30, SETTLED}, P::kTerminating,
+         "Watchdog missed, sending SIGKILL, Stopping, SIGKILL", -1, 1},
+        {{"Running", of(E::kPingMissed), 5, SETTLED}, P::kTerminating,
+         "Watchdog missed, sending SIGKILL, Stopping, SIGKILL", -1, 1},
+        {{"Running+kTerminating", of(E::kPing), 20, SETTLED}, P::kRunning, "", 50, 1},  // stopping: no watchdog
+        {{"Watchdog-killed", PE::Exited(SIGKILL), 40, SETTLED}, P::kRestarting,
+         "Process exited, Restart scheduled, converge", 50, 1},
+        {{"Relaunched+running", PE::Exited(9), 30, SETTLED}, P::kRestarting,
+         "Process exited, Restart scheduled, converge", 45, 1},  // the second waits 15 ms, not 20
+        {{"Relaunched+running", PE::Exited(9), 100, SETTLED}, P::kRestarting,
+         "Process exited, Restart scheduled, converge", 110, 1},  // the first has left the window
+        {{"Relaunched+running", PE::Exited(9), 30, SETTLED}, P::kFailed,
+         "Process exited, Restarts used up, start-limit, converge", -1, 0},
+        {{"Launching", PE::Spawned({8, ""}), 5, MOVING}, P::kRunning, "Launched, Ready, converge", -1, 2},
+        // A one-shot is done once it exited with status 0, whatever it reported.
+        {{"Starting", running, 5, MOVING}, P::kStarting, "Reported kRunning", 100, 3},
+        {{"Starting", PE::Exited(0), 10, MOVING}, P::kTerminated, "Process exited, Process completed, converge", -1, 3},
+        {{"Starting", PE::Exited(1 << 8), 10, MOVING}, P::kFailed,
+         "Process exited, Process failed to start, fail-transition", -1, 3},
+        {{"Terminated", PE::Stop(false, AfterStop::kIdle), 20, UNWANTED}, P::kIdle, "", -1, 3},
+        {{"Terminated", of(E::kStart), 20, MOVING}, P::kTerminated, "", -1, 3},
     };
     // clang-format on
-    const ProcessConfig config = Config("p", "G", {"On"}, 1U);
     for (const Case& c : cases) {
-        ProcessMachine m = Prepared(config, c.fed.setup);
-        const std::string label =
-            std::string(c.fed.setup) + " + event " + std::to_string(static_cast<int>(c.fed.event.kind));
+        ProcessMachine m = Prepared(variants[c.variant], c.fed.setup, c.variant == 3);
+        const std::string label = std::string(c.fed.setup) + " + event " +
+                                  std::to_string(static_cast<int>(c.fed.event.kind)) + " at " +
+                                  std::to_string(c.fed.atMs) + " ms, variant " + std::to_string(c.variant);
         EXPECT_EQ(Render(m.Handle(c.fed.event, c.fed.context, T0 + std::chrono::milliseconds(c.fed.atMs))), c.actions)
             << label;
         EXPECT_STREQ(ProcessPhaseName(m.Phase()), ProcessPhaseName(c.phase)) << label;
