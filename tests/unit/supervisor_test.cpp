@@ -249,20 +249,10 @@ public:
     pid_t next{100};
 };
 
-/// App (Off, On, Both) with "a" (one restart) and "b" in On and Both and "c" in Both; then
-/// MachineFG (Running) with "m".
-class SupervisorTest : public ::testing::Test {
+/// A supervisor on `manifest` with the fake launcher and a clock the test sets.
+class SupervisorCase : public ::testing::Test {
 protected:
-    static Manifest Make() {
-        Manifest manifest;
-        manifest.functionGroups = {{"App", {"Off", "On", "Both"}, "Off", ""}, {MACHINE_FG, {"Running"}, "Running", ""}};
-        manifest.processes = {Config("m", MACHINE_FG, {"Running"}),
-                              Config("a", "App", {"On", "Both"}, 1U),
-                              Config("b", "App", {"On", "Both"}),
-                              Config("c", "App", {"Both"})};
-        return manifest;
-    }
-    SupervisorTest() : sv(Make(), launcher, [this] { return now; }) {}
+    explicit SupervisorCase(Manifest config) : sv(std::move(config), launcher, [this] { return now; }) {}
 
     /// A completion that records "<tag> ok" or "<tag> <error code>".
     Completion Answer(const std::string& tag) {
@@ -297,6 +287,51 @@ protected:
     Texts answers;
 };
 
+/// App (Off, On, Both) with "a" (one restart) and "b" in On and Both and "c" in Both; then
+/// MachineFG (Running) with "m".
+class SupervisorTest : public SupervisorCase {
+protected:
+    SupervisorTest() : SupervisorCase(Make()) {}
+    static Manifest Make() {
+        Manifest manifest;
+        manifest.functionGroups = {{"App", {"Off", "On", "Both"}, "Off", ""}, {MACHINE_FG, {"Running"}, "Running", ""}};
+        manifest.processes = {Config("m", MACHINE_FG, {"Running"}),
+                              Config("a", "App", {"On", "Both"}, 1U),
+                              Config("b", "App", {"On", "Both"}),
+                              Config("c", "App", {"Both"})};
+        return manifest;
+    }
+};
+
+/// MachineFG (Running, Degraded; onFailure Degraded): "web" (spawn) needs "app", which needs
+/// "db" (notify) running and the one-shot "migrate" terminated; "migrate" needs "db";
+/// "safe" runs in Degraded only, "db" in both.
+class DependencyTest : public SupervisorCase {
+protected:
+    DependencyTest() : SupervisorCase(Make()) {}
+    static Manifest Make() {
+        Manifest manifest;
+        manifest.functionGroups = {{MACHINE_FG, {"Running", "Degraded"}, "Running", "Degraded"}};
+        const Texts running{"Running"};
+        manifest.processes = {Config("web", MACHINE_FG, running),
+                              Config("app", MACHINE_FG, running, 1U),
+                              Config("migrate", MACHINE_FG, running),
+                              Config("db", MACHINE_FG, {"Running", "Degraded"}),
+                              Config("safe", MACHINE_FG, {"Degraded"})};
+        manifest.processes[0].readiness = Readiness::kSpawn;
+        manifest.processes[0].dependsOn = {{"app", Condition::kRunning}};
+        manifest.processes[1].dependsOn = {{"db", Condition::kRunning}, {"migrate", Condition::kTerminated}};
+        manifest.processes[2].dependsOn = {{"db", Condition::kRunning}};
+        manifest.processes[3].readiness = Readiness::kNotify;
+        return manifest;
+    }
+    void Ready(const std::string& name) {
+        NotifyMessage ready;
+        ready.ready = true;
+        sv.Notify(launcher.pids[name], ready, now);
+    }
+};
+
 TEST_F(SupervisorTest, TransitionCompletesOnceEveryProcessRunsAndLaunchesOneSliceAtATime) {
     sv.GetInitialResult(Answer("initial"));
     sv.Start(now);
@@ -324,25 +359,6 @@ TEST_F(SupervisorTest, TransitionCompletesOnceEveryProcessRunsAndLaunchesOneSlic
     EXPECT_EQ(answers.back(), "on ok");
     EXPECT_TRUE(
         capture.Contains("[Supervisor][Process exited][process=c, pid=103, status=exit code 0, state=Terminating]"));
-}
-
-TEST_F(SupervisorTest, StartupTimeoutFailsTheTransition) {
-    Boot();
-    sv.SetState("App", "Both", Answer("both"), now);
-    LaunchAll();
-    ASSERT_EQ(sv.NextDeadline(), now + 100ms);
-    sv.OnTimer(now + 99ms);
-    EXPECT_TRUE(answers.empty());
-    sv.OnTimer(now + 100ms);
-    EXPECT_EQ(answers, Texts{"both 6"});
-    EXPECT_EQ(State("App"), "6");
-    EXPECT_EQ(launcher.Take(), (Texts{"spawn c", "term 103"}));
-    EXPECT_TRUE(
-        capture.Contains("[Supervisor][Transition ended][function_group=App, state=Both, "
-                         "result=process c did not report kRunning in time]"));
-    sv.OnExit(103, 15, now + 101ms);  // no restart: the transition it belonged to failed
-    EXPECT_EQ(sv.ProcessStates()[3].processState, "Failed");
-    EXPECT_FALSE(sv.NextDeadline());
 }
 
 TEST_F(SupervisorTest, NewerRequestCancelsTheOlderAndRestartAnswers) {
@@ -404,6 +420,58 @@ TEST_F(SupervisorTest, ShutdownStopsApplicationGroupsBeforeMachineFG) {
     EXPECT_TRUE(capture.Contains("[Supervisor][Every process stopped]"));
     sv.SetState("App", "On", Answer("late"), now);
     EXPECT_EQ(answers.back(), "late 6");
+}
+
+TEST_F(DependencyTest, StartsInDependencyOrderStopsInReverseAndEscalatesToOnFailure) {
+    sv.GetInitialResult(Answer("initial"));
+    sv.Start(now);
+    LaunchAll();
+    EXPECT_EQ(launcher.Take(), Texts{"spawn db"});  // the others wait for what they need
+    now += 30ms;
+    Ready("db");
+    LaunchAll();
+    EXPECT_EQ(launcher.Take(), Texts{"spawn migrate"});
+    Up("migrate");  // a one-shot is done only once it has exited with status 0
+    LaunchAll();
+    EXPECT_TRUE(launcher.calls.empty());
+    now += 50ms;
+    sv.OnExit(launcher.pids["migrate"], 0, now);
+    LaunchAll();
+    EXPECT_EQ(launcher.Take(), Texts{"spawn app"});
+    now += 10ms;
+    Up("app");
+    LaunchAll();
+    EXPECT_EQ(launcher.Take(), Texts{"spawn web"});  // ready once spawned: the transition is complete
+    EXPECT_EQ(answers, Texts{"initial ok"});
+    const auto blame = sv.Blame("");
+    ASSERT_EQ(blame.size(), 4U);
+    EXPECT_EQ(blame[0].process + " " + blame[1].process + " " + blame[2].process + " " + blame[3].process,
+              "migrate db app web");
+    EXPECT_EQ(blame[0].readyAfter, 50ms);
+    EXPECT_EQ(sv.StatusOf("migrate", now)->phase, "Terminated");
+
+    // "db" crashes with no restart left: MachineFG moves to Degraded by itself, stopping
+    // "web" before the "app" it needs, and then starts "db" again and "safe".
+    sv.OnExit(launcher.pids["db"], 9, now);
+    EXPECT_EQ(launcher.Take(), Texts{"term 103"});
+    EXPECT_EQ(sv.GroupStatusOf(MACHINE_FG)->target, "Degraded");
+    sv.OnExit(103, 0, now);
+    EXPECT_EQ(launcher.Take(), Texts{"term 102"});
+    sv.OnExit(102, 0, now);
+    LaunchAll();
+    EXPECT_EQ(launcher.Take(), (Texts{"spawn db", "spawn safe"}));
+    Ready("db");
+    Up("safe");
+    EXPECT_EQ(State(MACHINE_FG), "Degraded");
+    const GroupStatus group = *sv.GroupStatusOf(MACHINE_FG);
+    EXPECT_EQ(group.escalatedFrom, "Running");
+    EXPECT_EQ(group.lastResult, "completed");
+    EXPECT_TRUE(capture.Contains(
+        "[Supervisor][Escalating to the onFailure state][function_group=MachineFG, process=db, to=Degraded]"));
+
+    // A start limit reached in the onFailure state itself fails the group.
+    sv.OnExit(launcher.pids["safe"], 9, now);
+    EXPECT_EQ(State(MACHINE_FG), "6");
 }
 
 }  // namespace
