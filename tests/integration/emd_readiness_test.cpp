@@ -31,15 +31,14 @@ TEST_P(EmdReadinessTest, NotifiedReadinessCompletesTheTransition) {
         "executable": ")" +
             GetParam().executable + R"(", "arguments": )" + GetParam().arguments +
             R"(, "functionGroup": "MachineFG", "states": ["Running"], "readiness": "notify", "startupTimeoutMs": 60000}}})");
-    ara_test::ChildProcess emd({"/bin/sh", "-c", std::string("exec ") + EMD + " --manifest " + manifest + " 2>&1"});
-    ASSERT_TRUE(emd.WaitForLine("ready")) << ::testing::PrintToString(emd.Lines());
-    ara::exec::StateClient state;
-    EXPECT_EQ(ara_test::Code(state.GetInitialMachineStateTransitionResult()), "ok");
+    ara_test::Emd emd(manifest, true);
+    EXPECT_EQ(ara_test::Code(emd.state_.GetInitialMachineStateTransitionResult()), "ok");
+    EXPECT_EQ(emd.Listed("p").rfind("Running ", 0), 0U) << emd.Listed("p");
 
     ara_test::ChildProcess stranger({"/usr/bin/systemd-notify", "--ready"},
-                                    {"NOTIFY_SOCKET=@ara-emd/notify/" + std::to_string(emd.Pid())});
+                                    {"NOTIFY_SOCKET=@ara-emd/notify/" + std::to_string(emd.Process().Pid())});
     EXPECT_EQ(stranger.Wait(), 0);  // its barrier was answered
-    EXPECT_TRUE(emd.WaitForText(
+    EXPECT_TRUE(emd.Process().WaitForText(
         "[Notify][Datagram from a process emd did not start, ignored][pid=" + std::to_string(getpid()) + "]"));
 }
 

@@ -56,6 +56,12 @@ target_compile_definitions(emctl_test PRIVATE EMD="$<TARGET_FILE:emd>" EMCTL="$<
                                               EXAMPLE_MANIFEST="${PROJECT_BINARY_DIR}/examples/emd/machine_manifest.json")
 add_dependencies(emctl_test emd emctl demo_app)
 
+# emd supervising shell scripts that use systemd-notify, and sleep: dependency order, the
+# watchdog, escalation, and a refused dependency cycle.
+ara_exec_add_test(NAME emd_supervision_test SOURCES emd_supervision_test.cpp LINK ara_exec)
+target_compile_definitions(emd_supervision_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
+add_dependencies(emd_supervision_test emd)
+
 # emd with processes that report readiness through the notify protocol.
 ara_exec_add_test(NAME emd_readiness_test SOURCES emd_readiness_test.cpp LINK ara_exec)
 target_compile_definitions(emd_readiness_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
