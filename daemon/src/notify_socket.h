@@ -54,7 +54,8 @@ public:
 
     /// What one datagram carried: the sender's pid (its credentials) and the message.
     using Handler = std::function<void(pid_t sender, const NotifyMessage& message)>;
-    /// Takes every datagram queued now and hands each that parses to `handler`, in order.
+    /// Takes the queued datagrams (at most 256; the rest keep the descriptor readable) and
+    /// hands each that parses to `handler`, in order, without waiting.
     /// Dropped with a log line: a datagram too long, one whose descriptors or credentials did
     /// not fit, one without credentials, one ParseNotify refuses. Every descriptor a datagram
     /// passes is closed once the handler has returned: that is the answer to BARRIER=1, whose
