@@ -8,6 +8,7 @@ ARA_EXEC_PACKAGES=(
     cyclonedds-dev cyclonedds-tools
     libdlt-dev dlt-daemon dlt-tools
     rapidjson-dev zlib1g-dev libssl-dev openssl
+    systemd
     libgtest-dev libgmock-dev libbenchmark-dev
     clang-14 libclang-rt-14-dev
     iproute2 util-linux

@@ -1,14 +1,18 @@
 // emctl: the command-line front end of Execution Management, a user of the public ara::exec
-// clients only. Reads and sets Function Group states, lists and restarts processes, maps a
-// pid to a process name, reports an execution state and waits for the machine to be up.
+// clients and of emd's own status service. Reads and sets Function Group states, lists and
+// restarts processes, maps a pid to a process name, reports an execution state and waits for
+// the machine to be up; shows a process's or group's status, the start-up times of the last
+// transition and the dependencies between processes; validates a manifest as emd does.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <future>
 #include <iostream>
 #include <string>
 #include <thread>
@@ -20,17 +24,23 @@
 #include "ara/exec/function_group_state.h"
 #include "ara/exec/recovery_action_client.h"
 #include "ara/exec/state_client.h"
+#include "ara/quill/common/jsonParser/document.h"
+#include "ara/quill/common/log/log.h"
+#include "manifest.h"
+#include "tarn/em/emd_status_service.h"
 
 namespace {
 
 using ara::exec::ExecErrc;
 using Clock = std::chrono::steady_clock;
+using ara::quill::common::jsonParser::Document;
+namespace services = tarn::em::services;
 
 enum ExitCode : int { kOk = 0, kRefused = 1, kUsage = 2, kUnreachable = 3, kTimedOut = 4 };
 
 const char* const EXIT_CODES =
-    "Exit codes: 0 success, 1 Execution Management refused the request, 2 bad usage,\n"
-    "3 Execution Management unreachable, 4 no answer within --timeout.\n";
+    "Exit codes: 0 success, 1 Execution Management refused the request (validate: the manifest\n"
+    "is refused), 2 bad usage, 3 Execution Management unreachable, 4 no answer within --timeout.\n";
 
 struct Options {
     std::vector<std::string> words;  ///< the verb's operands
@@ -38,6 +48,7 @@ struct Options {
     bool kill{false};
     bool help{false};
     std::chrono::seconds timeout{30};
+    std::string crc{"weak"};
 };
 
 /// One line on standard error, and the exit code that goes with it.
@@ -275,9 +286,278 @@ int Report(const Options& options) {
     return code;
 }
 
+/// emd's own service, on an RPC endpoint of emctl's own: set up, found, then asked.
+class EmdStatus {
+public:
+    EmdStatus() : rpc_(false, services::ErrorCodes()) { services::Address(rpc_, services::EMD_STATUS_SERVICE); }
+
+    /// Starts the transport, binds the four methods and waits for the service, up to 3 s or
+    /// --timeout when that is shorter; false when any step fails (a refused DDS Security grant
+    /// fails the binding, with its line in the library's log).
+    bool Reach(const Options& options) {
+        ara::quill::common::log::Log::InitLog("", "CM", "");
+        if (!rpc_.Initialize() || !Bind<services::GetProcessStatus>() || !Bind<services::GetGroupStatus>() ||
+            !Bind<services::GetBlame>() || !Bind<services::GetDependencies>()) {
+            return false;
+        }
+        // One wait on the discovery outcome, without the client's log line per failed check.
+        const auto limit = std::min<Clock::duration>(options.timeout, std::chrono::seconds(3));
+        const bool found =
+            rpc_.findServiceFuture_.valid() && rpc_.findServiceFuture_.wait_for(limit) == std::future_status::ready;
+        if (found) {
+            // The same pause the clients make: the service's reply path to this new endpoint
+            // may still be forming when its offer is seen.
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return found;
+    }
+
+    /// The JSON answer of method M, or the exit code of a failure: kRefused (emd's message in
+    /// Refused(), no line printed, for the caller to say what was refused) or another code
+    /// with its line printed.
+    template <typename M, typename... Args>
+    int Ask(const Options& options, const std::string& what, std::string& json, const Args&... args) {
+        const auto method = rpc_.proxy_.GetMethodProxy<ara::core::String>(M::ID);
+        if (method == nullptr) {
+            return Unreachable(what);
+        }
+        auto future = method->Request(args...);
+        if (future.wait_for(options.timeout) != ara::core::future_status::kReady) {
+            return Fail(kTimedOut, what, "no answer within " + std::to_string(options.timeout.count()) + " s");
+        }
+        const auto result = future.GetResult();
+        if (result.HasValue()) {
+            json = result.Value();
+            return kOk;
+        }
+        // An Exec code from emd is its refusal; a lost service or a transport fault is not.
+        const ara::core::ErrorCode& error = result.Error();
+        if (error.Domain() == ara::exec::MakeErrorCode(ExecErrc::kGeneralError, 0).Domain() &&
+            error != ara::exec::MakeErrorCode(ExecErrc::kCommunicationError, 0)) {
+            refused_ = Message(error);
+            return kRefused;
+        }
+        return Unreachable(what);
+    }
+    const std::string& Refused() const noexcept { return refused_; }
+
+private:
+    template <typename M>
+    bool Bind() {
+        return rpc_.InitializeMethod<typename M::Result>(M::ID, false, false);
+    }
+
+    tarn::em::util::RpcClient rpc_;
+    std::string refused_;
+};
+
+/// Parses an answer of emd's own service; false (with the line) when it is not JSON.
+bool ParseAnswer(const std::string& json, Document& document, const std::string& what) {
+    if (document.ParseText(json) != ara::quill::common::jsonParser::PARSE_SUCCESS || !document.IsObject()) {
+        std::cerr << "emctl: " << what << ": emd's answer is not a JSON object: " << document.GetParseError() << "\n";
+        return false;
+    }
+    return true;
+}
+
+/// A duration of whole milliseconds as seconds with three decimals: "1.234s".
+std::string Seconds(std::int64_t milliseconds) {
+    char text[32];
+    std::snprintf(text,
+                  sizeof(text),
+                  "%lld.%03llds",
+                  static_cast<long long>(milliseconds / 1000),
+                  static_cast<long long>(milliseconds % 1000));
+    return text;
+}
+
+/// A member that may be null or missing: its text, or "-".
+std::string TextOf(const Document& value) {
+    if (value.IsString()) {
+        return value.GetString();
+    }
+    if (value.IsNumber()) {
+        return std::to_string(value.GetInt64());
+    }
+    return "-";
+}
+
+std::string DurationOf(const Document& value) {
+    return value.IsNumber() ? Seconds(value.GetInt64()) : "-";
+}
+
+void Field(const char* label, const std::string& value) {
+    std::printf("  %-15s %s\n", label, value.c_str());
+}
+
+void PrintProcess(const Document& p) {
+    std::printf(
+        "%s (process of %s)\n", p.Member("name").GetString().c_str(), p.Member("functionGroup").GetString().c_str());
+    Field("phase:", TextOf(p.Member("phase")));
+    Field("pid:", TextOf(p.Member("pid")));
+    Field("readiness:", TextOf(p.Member("readiness")));
+    Field("status:", TextOf(p.Member("statusText")));
+    Field("restarts:", TextOf(p.Member("restarts")));
+    Field("last exit:", TextOf(p.Member("lastExit")));
+    Field("ready after:", DurationOf(p.Member("readyAfterMs")));
+    const std::int64_t watchdog = p.Member("watchdogMs").GetInt64();
+    Field("watchdog:",
+          watchdog == 0 ? std::string("none")
+                        : Seconds(watchdog) + ", last ping " + DurationOf(p.Member("sinceWatchdogMs")) + " ago");
+    const Document dependsOn = p.Member("dependsOn");
+    std::string dependencies;
+    for (std::size_t i = 0U; i < dependsOn.Size(); ++i) {
+        const Document d = dependsOn.Element(i);
+        dependencies +=
+            (i == 0U ? "" : ", ") + d.Member("process").GetString() + " (" + d.Member("condition").GetString() + ")";
+    }
+    Field("depends on:", dependencies.empty() ? "-" : dependencies);
+}
+
+void PrintGroup(const Document& g) {
+    std::printf("%s (function group)\n", g.Member("name").GetString().c_str());
+    Field("state:", TextOf(g.Member("state")));
+    Field("target:", TextOf(g.Member("target")));
+    Field("failed:", g.Member("failed").GetBool() ? "yes" : "no");
+    Field("on failure:", TextOf(g.Member("onFailure")));
+    Field("last result:", TextOf(g.Member("lastResult")));
+    Field("escalated from:", TextOf(g.Member("escalatedFrom")));
+}
+
+int Status(const Options& options) {
+    const std::string& name = options.words[0];
+    const std::string what = "status " + name;
+    EmdStatus emd;
+    if (!emd.Reach(options)) {
+        return Unreachable(what);
+    }
+    // A process first; a name that is no process may be a function group.
+    std::string json;
+    bool isProcess = true;
+    int code = emd.Ask<services::GetProcessStatus>(options, what, json, ara::core::String(name));
+    if (code == kRefused) {
+        isProcess = false;
+        code = emd.Ask<services::GetGroupStatus>(options, what, json, ara::core::String(name));
+        if (code == kRefused) {
+            return Fail(kRefused, what, "no process or function group is named " + name);
+        }
+    }
+    if (code != kOk) {
+        return code;
+    }
+    Document document;
+    if (!ParseAnswer(json, document, what)) {
+        return kUnreachable;
+    }
+    if (options.json) {
+        std::cout << json << "\n";
+    } else if (isProcess) {
+        PrintProcess(document);
+    } else {
+        PrintGroup(document);
+    }
+    return kOk;
+}
+
+int Blame(const Options& options) {
+    const std::string group = options.words.empty() ? std::string() : options.words[0];
+    const std::string what = group.empty() ? "blame" : "blame " + group;
+    EmdStatus emd;
+    if (!emd.Reach(options)) {
+        return Unreachable(what);
+    }
+    std::string json;
+    const int code = emd.Ask<services::GetBlame>(options, what, json, ara::core::String(group));
+    if (code == kRefused) {
+        return Fail(kRefused, what, "no function group is named " + group);
+    }
+    if (code != kOk) {
+        return code;
+    }
+    Document document;
+    if (!ParseAnswer(json, document, what)) {
+        return kUnreachable;
+    }
+    if (options.json) {
+        std::cout << json << "\n";
+        return kOk;
+    }
+    const Document processes = document.Member("processes");
+    std::vector<std::pair<std::string, std::string>> lines;  // time, name
+    std::size_t width = 0U;
+    for (std::size_t i = 0U; i < processes.Size(); ++i) {
+        const Document p = processes.Element(i);
+        lines.emplace_back(DurationOf(p.Member("readyAfterMs")), p.Member("name").GetString());
+        width = std::max(width, lines.back().first.size());
+    }
+    for (const auto& [time, name] : lines) {
+        std::printf("%*s %s\n", static_cast<int>(width + 2U), time.c_str(), name.c_str());
+    }
+    return kOk;
+}
+
+/// `text` as a quoted Graphviz ID.
+std::string DotId(const std::string& text) {
+    std::string out = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+        }
+        out += c == '\n' ? ' ' : c;
+    }
+    return out + "\"";
+}
+
+int Graph(const Options& options) {
+    EmdStatus emd;
+    if (!emd.Reach(options)) {
+        return Unreachable("graph");
+    }
+    std::string json;
+    const int code = emd.Ask<services::GetDependencies>(options, "graph", json);
+    if (code != kOk) {
+        return code == kRefused ? Fail(kRefused, "graph", emd.Refused()) : code;
+    }
+    Document document;
+    if (!ParseAnswer(json, document, "graph")) {
+        return kUnreachable;
+    }
+    const Document processes = document.Member("processes");
+    std::cout << "digraph emd {\n";
+    for (std::size_t i = 0U; i < processes.Size(); ++i) {
+        std::cout << "  " << DotId(processes.Element(i).Member("name").GetString()) << ";\n";
+    }
+    for (std::size_t i = 0U; i < processes.Size(); ++i) {
+        const Document p = processes.Element(i);
+        const Document dependsOn = p.Member("dependsOn");
+        for (std::size_t j = 0U; j < dependsOn.Size(); ++j) {
+            const Document d = dependsOn.Element(j);
+            std::cout << "  " << DotId(p.Member("name").GetString()) << " -> " << DotId(d.Member("process").GetString())
+                      << " [label=" << DotId(d.Member("condition").GetString()) << "];\n";
+        }
+    }
+    std::cout << "}\n";
+    return kOk;
+}
+
+int Validate(const Options& options) {
+    const std::string& file = options.words[0];
+    if (options.crc != "strong" && options.crc != "weak" && options.crc != "not") {
+        return Fail(kUsage, "--crc", "takes strong, weak or not, not " + options.crc);
+    }
+    const tarn::em::daemon::ManifestResult loaded = tarn::em::daemon::LoadManifest(file, options.crc);
+    if (!loaded.ok) {
+        return Fail(kRefused, "validate", "manifest refused: " + loaded.error.Text());
+    }
+    std::cout << file << ": valid, " << loaded.manifest.functionGroups.size() << " function groups, "
+              << loaded.manifest.processes.size() << " processes\n";
+    return kOk;
+}
+
 struct Verb {
     const char* name;
-    std::size_t operands;
+    std::size_t operands;     ///< at least
+    std::size_t operandsMax;  ///< at most
     const char* synopsis;
     const char* description;
     std::function<int(const Options&)> run;
@@ -286,15 +566,18 @@ struct Verb {
 const Verb VERBS[] = {
     {"state get",
      1U,
+     1U,
      "emctl state get FUNCTION_GROUP [--json]",
      "Prints the state the Function Group is in (--json: {\"functionGroup\": ..., \"state\": ...}).",
      StateGet},
     {"state set",
      2U,
+     2U,
      "emctl state set FUNCTION_GROUP STATE [--timeout SEC]",
      "Asks for the transition and waits until it has completed, failed or been cancelled.",
      StateSet},
     {"ps",
+     0U,
      0U,
      "emctl ps [--json]",
      "Lists every configured process: name, Function Group, state and pid (\"-\" while none exists);\n"
@@ -302,12 +585,14 @@ const Verb VERBS[] = {
      Ps},
     {"restart",
      1U,
+     1U,
      "emctl restart NAME [--kill] [--timeout SEC]",
      "Restarts the process and waits until it reported kRunning again. --kill ends it with\n"
      "SIGKILL at once instead of SIGTERM and its termination time-out.",
      Restart},
-    {"name", 1U, "emctl name PID", "Prints the configured name of the process with that pid.", Name},
+    {"name", 1U, 1U, "emctl name PID", "Prints the configured name of the process with that pid.", Name},
     {"report",
+     1U,
      1U,
      "emctl report running|terminating",
      "Reports kRunning or kTerminating for emctl's own pid; Execution Management accepts it only\n"
@@ -315,10 +600,42 @@ const Verb VERBS[] = {
      Report},
     {"wait-ready",
      0U,
+     0U,
      "emctl wait-ready [--timeout SEC]",
      "Waits until Execution Management answers and its initial machine state transition has ended;\n"
      "succeeds when that transition succeeded.",
      WaitReady},
+    {"status",
+     1U,
+     1U,
+     "emctl status NAME [--json]",
+     "Shows a process (phase, pid, readiness kind and status text, restarts, last exit, launch to\n"
+     "ready, watchdog period and time since its last ping, dependencies) or, when no process has\n"
+     "that name, a Function Group (state, target, failed, onFailure, how its last transition\n"
+     "ended, the state it escalated from). --json: emd's answer as it came. Asks emd's own service.",
+     Status},
+    {"blame",
+     0U,
+     1U,
+     "emctl blame [FUNCTION_GROUP] [--json]",
+     "Lists the processes that the last transition of the Function Group (of every group when none\n"
+     "is named) started, with the time from launch to ready, slowest first. --json: emd's answer.",
+     Blame},
+    {"graph",
+     0U,
+     0U,
+     "emctl graph",
+     "Prints the dependencies between the processes as a Graphviz digraph: one node per process\n"
+     "and an edge from each process to each one it depends on, labelled running or terminated.",
+     Graph},
+    {"validate",
+     1U,
+     1U,
+     "emctl validate FILE [--crc strong|weak|not]",
+     "Validates the manifest FILE as emd --check does, without asking emd: prints\n"
+     "\"FILE: valid, N function groups, M processes\" and exits 0, or prints where and why it is\n"
+     "refused and exits 1. --crc: the sidecar check, as emd's option (default weak).",
+     Validate},
 };
 
 void PrintUsage(std::ostream& out) {
@@ -326,7 +643,8 @@ void PrintUsage(std::ostream& out) {
     for (const Verb& verb : VERBS) {
         out << "  " << verb.synopsis << "\n";
     }
-    out << "\nOptions: --json (ps, state get), --kill (restart), --timeout SEC (waits; default 30).\n"
+    out << "\nOptions: --json (ps, state get, status, blame), --kill (restart), --timeout SEC (waits;\n"
+        << "default 30), --crc strong|weak|not (validate; default weak).\n"
         << "Errors go to standard error as one line: \"emctl: <request>: <Execution Management's message>\".\n"
         << "Set ARA_LOG_SINK=console to see the library's log lines.\n"
         << EXIT_CODES;
@@ -364,6 +682,8 @@ int main(int argc, char** argv) {
                 return Fail(kUsage, "--timeout", "takes 1 to 86400 seconds, not " + value);
             }
             options.timeout = std::chrono::seconds(seconds);
+        } else if (arg == "--crc" && i + 1U < args.size()) {
+            options.crc = args[++i];
         } else if (arg.rfind("--", 0) == 0) {
             PrintUsage(std::cerr);
             return Fail(kUsage, "usage", "unknown option " + arg);
@@ -385,7 +705,7 @@ int main(int argc, char** argv) {
             std::cout << "usage: " << verb.synopsis << "\n\n" << verb.description << "\n\n" << EXIT_CODES;
             return kOk;
         }
-        if (words.size() != nameWords + verb.operands) {
+        if (words.size() < nameWords + verb.operands || words.size() > nameWords + verb.operandsMax) {
             std::cerr << "usage: " << verb.synopsis << "\n";
             return kUsage;
         }

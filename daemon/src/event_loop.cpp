@@ -18,6 +18,8 @@ namespace {
 
 /// How long launches may hold the loop before it looks at its events again.
 constexpr std::chrono::milliseconds LAUNCH_SLICE{10};
+/// Datagrams from strangers are logged at most this often.
+const ara::quill::common::log::LimitConfig FOREIGN_LIMIT{5000U, 5U};
 
 sigset_t LoopSignals() {
     sigset_t set;
@@ -35,7 +37,8 @@ bool EventLoop::BlockSignals() {
     return pthread_sigmask(SIG_BLOCK, &set, nullptr) == 0;
 }
 
-EventLoop::EventLoop(Supervisor& supervisor) : supervisor_(supervisor) {
+EventLoop::EventLoop(Supervisor& supervisor, NotifySocket* notify)
+    : supervisor_(supervisor), notify_(notify), log_(ara::quill::common::log::Log::GetLog("EMD")) {
     const sigset_t set = LoopSignals();
     signalFd_ = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
     wakeFd_ = eventfd(0U, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -73,8 +76,10 @@ void EventLoop::Run() {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(*next - Clock::now()).count();
             timeout = static_cast<int>(std::max<long long>(0, std::min<long long>(left + 1, 60000)));
         }
-        pollfd fds[2] = {{signalFd_, POLLIN, 0}, {wakeFd_, POLLIN, 0}};
-        if (poll(fds, 2, timeout) < 0 && errno != EINTR) {
+        // A negative descriptor (no notify socket) is skipped by poll.
+        pollfd fds[3] = {
+            {signalFd_, POLLIN, 0}, {wakeFd_, POLLIN, 0}, {notify_ != nullptr ? notify_->Descriptor() : -1, POLLIN, 0}};
+        if (poll(fds, 3, timeout) < 0 && errno != EINTR) {
             break;
         }
         if ((fds[0].revents & POLLIN) != 0) {
@@ -97,6 +102,9 @@ void EventLoop::Run() {
             (void)!read(wakeFd_, &count, sizeof(count));
             RunPosted();
         }
+        if ((fds[2].revents & POLLIN) != 0) {
+            notify_->Receive([this](pid_t sender, const NotifyMessage& message) { OnNotify(sender, message); });
+        }
         supervisor_.OnTimer(Clock::now());
         launching = supervisor_.LaunchQueued(Clock::now() + LAUNCH_SLICE);
     }
@@ -110,6 +118,16 @@ void EventLoop::Reap() {
     while ((pid = waitpid(-1, &status, WNOHANG)) > 0) {
         supervisor_.OnExit(pid, status, Clock::now());
     }
+}
+
+void EventLoop::OnNotify(pid_t sender, const NotifyMessage& message) {
+    const auto process = TraceToSupervised(sender, [this](pid_t pid) { return supervisor_.Supervises(pid); });
+    if (!process) {
+        log_->warn("notify-foreign", FOREIGN_LIMIT)
+            << "[Notify][Datagram from a process emd did not start, ignored][pid=" << sender << "]";
+        return;
+    }
+    supervisor_.Notify(*process, message, Clock::now());
 }
 
 void EventLoop::RunPosted() {

@@ -1,13 +1,17 @@
 // The daemon's one event loop: it owns the supervisor, reaps children on SIGCHLD, turns
-// SIGTERM and SIGINT into an orderly shutdown, fires the supervisor's time-outs, and runs the
-// work that the service handlers post from their own threads.
+// SIGTERM and SIGINT into an orderly shutdown, fires the supervisor's time-outs, hands it the
+// notify-protocol datagrams of its processes, and runs the work that the service handlers
+// post from their own threads.
 #ifndef TARN_EM_DAEMON_EVENT_LOOP_H
 #define TARN_EM_DAEMON_EVENT_LOOP_H
 
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <vector>
 
+#include "ara/quill/common/log/log.h"
+#include "notify_socket.h"
 #include "supervisor.h"
 
 namespace tarn::em::daemon {
@@ -18,7 +22,9 @@ public:
     /// thread exists, so that every thread inherits the mask and only the loop receives them.
     static bool BlockSignals();
 
-    explicit EventLoop(Supervisor& supervisor);
+    /// `notify`, when given, is polled for datagrams; each is traced to the process emd
+    /// started that sent it (or that its sender descends from) and handed to the supervisor.
+    explicit EventLoop(Supervisor& supervisor, NotifySocket* notify = nullptr);
     ~EventLoop();
     EventLoop(const EventLoop&) = delete;
     EventLoop& operator=(const EventLoop&) = delete;
@@ -34,8 +40,11 @@ public:
 private:
     void Reap();
     void RunPosted();
+    void OnNotify(pid_t sender, const NotifyMessage& message);
 
     Supervisor& supervisor_;
+    NotifySocket* notify_;
+    std::shared_ptr<ara::quill::common::log::Log> log_;
     int signalFd_{-1};
     int wakeFd_{-1};
     std::mutex mutex_;

@@ -42,15 +42,25 @@ public:
         /// It must run in the target state and is idle or failed: queue its launch.
         virtual void Bring(std::size_t process, Clock::time_point now) = 0;
     };
+    /// A process that `Member::index` needs, and what it must have reached.
+    struct Need {
+        std::size_t index;
+        Condition condition;
+    };
     struct Member {
         std::size_t index;
         const ProcessConfig* config;
+        bool oneShot{false};                ///< done once Terminated, not once Running
+        std::vector<Need> needs;            ///< started only once these are met
+        std::vector<std::size_t> neededBy;  ///< stopped only once these are gone
     };
 
-    /// `members`: the group's processes, in manifest order.
+    /// `members`: the group's processes, in manifest order, with their dependencies resolved
+    /// to the supervisor's indices.
     GroupTransition(const FunctionGroupConfig& config, std::vector<Member> members);
 
     const FunctionGroupConfig& Config() const noexcept { return *config_; }
+    const std::vector<Member>& Processes() const noexcept { return members_; }
     /// The state it is in; empty until its first transition has ended.
     const std::string& Current() const noexcept { return current_; }
     /// The state it is moving to, while a transition is under way.
@@ -68,6 +78,15 @@ public:
     /// Begins the move to `state`, one of the group's, once the transition under way (if
     /// any) has been ended with kCancelled. `done` runs once the move has ended.
     void Begin(const std::string& state, Completion done);
+    /// Begins the move to its onFailure state, which emd decided by itself: a process used up
+    /// its restarts. False (nothing begun) when it has none, or is already in it or moving to it.
+    bool Escalate();
+    /// How its last transition ended: "completed", or why not; empty before the first ended.
+    const std::string& LastResult() const noexcept { return lastResult_; }
+    /// The state it left by itself for its onFailure state; empty when it never did.
+    const std::string& EscalatedFrom() const noexcept { return escalatedFrom_; }
+    /// The processes that its last transition (or the one under way) brought, in launch order.
+    const std::vector<std::size_t>& Brought() const noexcept { return brought_; }
     /// Takes the transition under way one step further; true when that completed it.
     bool Converge(Members& members, Clock::time_point now);
     /// Ends the transition under way with `outcome` (success, kFailed or kCancelled; `how`
@@ -81,6 +100,9 @@ private:
     bool failed_{false};
     std::optional<std::string> target_;
     std::vector<Completion> waiters_;
+    std::string lastResult_;
+    std::string escalatedFrom_;
+    std::vector<std::size_t> brought_;
     std::shared_ptr<ara::quill::common::log::Log> log_;
 };
 

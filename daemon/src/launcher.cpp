@@ -26,13 +26,25 @@ namespace tarn::em::daemon {
 
 namespace {
 
-/// emd's own environment with the process's entries added or replacing same-named ones.
-std::vector<std::string> ChildEnvironment(const std::vector<std::string>& overrides) {
+constexpr const char* NOTIFY_SOCKET = "NOTIFY_SOCKET";
+constexpr const char* WATCHDOG_USEC = "WATCHDOG_USEC";
+constexpr const char* WATCHDOG_PID = "WATCHDOG_PID";
+
+/// What emd itself may have inherited from a service manager and must not pass on.
+bool ManagerVariable(const std::string& name) {
+    return name == NOTIFY_SOCKET || name == WATCHDOG_USEC || name == WATCHDOG_PID;
+}
+
+/// emd's own environment but its manager's variables, then `ours`, then the process's own
+/// entries, each replacing a same-named one before it.
+std::vector<std::string> ChildEnvironment(const std::vector<std::string>& ours,
+                                          const std::vector<std::string>& overrides) {
     std::map<std::string, std::string> byName;
     std::vector<std::string> order;
-    const auto add = [&](const std::string& entry) {
+    const auto add = [&](const std::string& entry, bool inherited) {
         std::pair<std::string, std::string> env;
-        if (!tarn::em::util::StringProcess::ParseEnvFromString(entry, env)) {
+        if (!tarn::em::util::StringProcess::ParseEnvFromString(entry, env) ||
+            (inherited && ManagerVariable(env.first))) {
             return;
         }
         if (byName.count(env.first) == 0U) {
@@ -41,10 +53,13 @@ std::vector<std::string> ChildEnvironment(const std::vector<std::string>& overri
         byName[env.first] = env.second;
     };
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-        add(*entry);
+        add(*entry, true);
+    }
+    for (const std::string& entry : ours) {
+        add(entry, false);
     }
     for (const std::string& entry : overrides) {
-        add(entry);
+        add(entry, false);
     }
     std::vector<std::string> result;
     result.reserve(order.size());
@@ -52,6 +67,38 @@ std::vector<std::string> ChildEnvironment(const std::vector<std::string>& overri
         result.push_back(name + "=" + byName[name]);
     }
     return result;
+}
+
+/// True when `entry` is "`name`=...".
+bool Assigns(const std::string& entry, const std::string& name) {
+    return entry.size() > name.size() && entry.compare(0U, name.size(), name) == 0 && entry[name.size()] == '=';
+}
+
+bool Sets(const std::vector<std::string>& entries, const std::string& name) {
+    for (const std::string& entry : entries) {
+        if (Assigns(entry, name)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Room for the decimal digits of any pid.
+constexpr std::size_t PID_DIGITS = 10U;
+
+/// Writes `pid` in decimal at `slot`, NUL-terminated; async-signal-safe, no allocation.
+void WritePid(char* slot, pid_t pid) {
+    char digits[PID_DIGITS];
+    std::size_t count = 0U;
+    auto value = static_cast<unsigned long>(pid);
+    do {
+        digits[count++] = static_cast<char>('0' + value % 10U);
+        value /= 10U;
+    } while (value != 0U && count < PID_DIGITS);
+    for (std::size_t i = 0U; i < count; ++i) {
+        slot[i] = digits[count - 1U - i];
+    }
+    slot[count] = '\0';
 }
 
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
@@ -90,8 +137,14 @@ enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2 };
 }
 
 /// Runs in the child between vfork and exec.
-[[noreturn]] void RunChild(
-    pid_t parent, int statusFd, const char* path, char* const* argv, char* const* envp, const char* workingDirectory) {
+/// `pidSlot`, when set, is where the child writes its own pid into its environment.
+[[noreturn]] void RunChild(pid_t parent,
+                           int statusFd,
+                           const char* path,
+                           char* const* argv,
+                           char* const* envp,
+                           char* pidSlot,
+                           const char* workingDirectory) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) {
         _exit(127);  // emd died before the death signal was armed
@@ -114,6 +167,9 @@ enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2 };
     if (chdir(workingDirectory) != 0) {
         ChildFail(statusFd, kWorkingDirectory, errno);
     }
+    if (pidSlot != nullptr) {
+        WritePid(pidSlot, getpid());
+    }
     execve(path, argv, envp);
     ChildFail(statusFd, kExec, errno);
 }
@@ -128,7 +184,27 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
     }
     std::vector<std::string> args{path};
     args.insert(args.end(), process.arguments.begin(), process.arguments.end());
-    std::vector<std::string> env = ChildEnvironment(process.environment);
+    // The notify protocol's variables, unless the process's own entries set them.
+    std::vector<std::string> ours;
+    const bool watchdog = process.watchdog.count() > 0;
+    if ((process.readiness == Readiness::kNotify || watchdog) && !notifyAddress_.empty() &&
+        !Sets(process.environment, NOTIFY_SOCKET)) {
+        ours.push_back(std::string(NOTIFY_SOCKET) + "=" + notifyAddress_);
+    }
+    if (watchdog && !Sets(process.environment, WATCHDOG_USEC)) {
+        ours.push_back(std::string(WATCHDOG_USEC) + "=" + std::to_string(process.watchdog.count() * 1000));
+    }
+    const bool ownPid = watchdog && !Sets(process.environment, WATCHDOG_PID);
+    if (ownPid) {
+        ours.push_back(std::string(WATCHDOG_PID) + "=" + std::string(PID_DIGITS, '0'));
+    }
+    std::vector<std::string> env = ChildEnvironment(ours, process.environment);
+    char* pidSlot = nullptr;
+    for (std::string& entry : env) {
+        if (ownPid && Assigns(entry, WATCHDOG_PID)) {
+            pidSlot = entry.data() + std::strlen(WATCHDOG_PID) + 1U;  // the child fills it in
+        }
+    }
     const std::vector<char*> argv = Pointers(args);
     const std::vector<char*> envp = Pointers(env);
 
@@ -139,7 +215,7 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
     const pid_t parent = getpid();
     const pid_t pid = vfork();  // NOLINT(cert-env33-c): see the file comment
     if (pid == 0) {
-        RunChild(parent, status[1], path.c_str(), argv.data(), envp.data(), process.workingDirectory.c_str());
+        RunChild(parent, status[1], path.c_str(), argv.data(), envp.data(), pidSlot, process.workingDirectory.c_str());
     }
     const int forkError = errno;
     close(status[1]);

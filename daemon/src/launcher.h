@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <utility>
 
 #include "manifest.h"
 
@@ -31,10 +32,20 @@ public:
 /// /dev/null, no descriptor of emd's but standard output and error, and the death signal
 /// SIGKILL, so that no child outlives a killed emd. The executable is checked (absolute,
 /// existing, executable, not a directory) before anything is forked.
+///
+/// The environment is emd's own without NOTIFY_SOCKET, WATCHDOG_USEC and WATCHDOG_PID (which
+/// belong to whatever supervises emd), plus the notify protocol's: NOTIFY_SOCKET for a process
+/// with readiness notify or a watchdog, and for a watchdog WATCHDOG_USEC (its period) and
+/// WATCHDOG_PID (its own pid); then the process's own entries, which replace any of these.
 class PosixLauncher final : public Launcher {
 public:
+    /// `notifyAddress` is the value of NOTIFY_SOCKET; empty: none is given.
+    explicit PosixLauncher(std::string notifyAddress = {}) : notifyAddress_(std::move(notifyAddress)) {}
     SpawnResult Spawn(const ProcessConfig& process) override;
     bool Signal(pid_t pid, int signal) override;
+
+private:
+    std::string notifyAddress_;
 };
 
 /// The text of a wait status: "exit code N" or "signal N (NAME)".

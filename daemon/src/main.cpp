@@ -11,6 +11,7 @@
 #include "event_loop.h"
 #include "launcher.h"
 #include "manifest.h"
+#include "notify_socket.h"
 #include "services.h"
 #include "supervisor.h"
 
@@ -39,7 +40,8 @@ const char* const USAGE =
     "                    that a parent reads, apart from the output the processes share)\n"
     "\n"
     "Prints \"ready\" on standard output once the services are offered.\n"
-    "Exit codes: 0 stopped by signal, 2 bad usage, 3 manifest refused, 4 the services cannot be offered.\n";
+    "Exit codes: 0 stopped by signal, 2 bad usage, 3 manifest refused, 4 the services or the notify socket\n"
+    "cannot be made.\n";
 
 struct Options {
     std::string manifest;
@@ -142,9 +144,16 @@ int main(int argc, char** argv) {
                 << ", function_groups=" << loaded.manifest.functionGroups.size()
                 << ", processes=" << loaded.manifest.processes.size() << "]";
 
-    PosixLauncher launcher;
+    NotifySocket notify;
+    std::string notifyError;
+    if (!notify.Open(notifyError)) {
+        log->error() << "[emd][Notify socket not made][reason=" << notifyError << "]";
+        std::cerr << "emd: " << notifyError << "\n";
+        return EXIT_TRANSPORT;
+    }
+    PosixLauncher launcher(notify.Address());
     Supervisor supervisor(std::move(loaded.manifest), launcher);
-    EventLoop loop(supervisor);
+    EventLoop loop(supervisor, &notify);
     if (!loop.Valid()) {
         std::cerr << "emd: cannot create its signal and wake-up descriptors\n";
         return EXIT_TRANSPORT;

@@ -12,11 +12,11 @@
 namespace tarn::em::daemon {
 
 struct NotifyMessage {
-    bool ready{false};            ///< READY=1
-    bool stopping{false};         ///< STOPPING=1
-    bool watchdog{false};         ///< WATCHDOG=1
-    bool watchdogTrigger{false};  ///< WATCHDOG=trigger: count as a missed period at once
-    std::optional<std::string> status;                      ///< STATUS=...
+    bool ready{false};                                       ///< READY=1
+    bool stopping{false};                                    ///< STOPPING=1
+    bool watchdog{false};                                    ///< WATCHDOG=1
+    bool watchdogTrigger{false};                             ///< WATCHDOG=trigger: count as a missed period at once
+    std::optional<std::string> status;                       ///< STATUS=...
     std::optional<std::chrono::microseconds> extendTimeout;  ///< EXTEND_TIMEOUT_USEC=...
 };
 

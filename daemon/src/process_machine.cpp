@@ -2,7 +2,9 @@
 #include "process_machine.h"
 
 #include <signal.h>
+#include <sys/wait.h>
 
+#include <algorithm>
 #include <sstream>
 #include <utility>
 
@@ -34,6 +36,8 @@ const char* ProcessPhaseName(ProcessPhase phase) noexcept {
             return "Restarting";
         case ProcessPhase::kFailed:
             return "Failed";
+        case ProcessPhase::kTerminated:
+            return "Terminated";
     }
     return "Unknown";
 }
@@ -96,7 +100,7 @@ std::vector<ProcessAction> ProcessMachine::Handle(const ProcessEvent& event,
     switch (event.kind) {
         case E::kStart:  // Idle or Failed: queued; the start-up time-out runs from the launch
             if (phase_ == P::kIdle || phase_ == P::kFailed) {
-                restartsUsed_ = 0U;
+                ResetCount();
                 phase_ = P::kStarting;
                 queued_ = true;
                 deadline_.reset();
@@ -123,13 +127,44 @@ std::vector<ProcessAction> ProcessMachine::Handle(const ProcessEvent& event,
                 if (phase_ == P::kStarting || phase_ == P::kRunning) {
                     deadline_ = now + config_->terminationTimeout;  // it has that long to exit
                 }
-            } else if (event.state == ara::exec::ExecutionState::kRunning && phase_ == P::kStarting) {
+            } else if (event.state == ara::exec::ExecutionState::kRunning && phase_ == P::kStarting && !queued_) {
                 step.Log(LogLevel::kInfo) << "[Supervisor][Reported kRunning][process=" << name << ", pid=" << pid_
                                           << ", after_ms=" << Ms(now - launchedAt_) << "]";
-                phase_ = P::kRunning;
-                deadline_.reset();
-                step.Answer(std::nullopt);
-                step.Do(Action::kConverge);
+                if (!oneShot_) {  // a one-shot is done when it has exited
+                    Ready(step, nullptr, now);
+                }
+            }
+            break;
+
+        case E::kReady:
+            if (config_->readiness == Readiness::kNotify && phase_ == P::kStarting && !queued_ && !oneShot_) {
+                Ready(step, "notify", now);
+            }
+            break;
+
+        case E::kPing:
+            if (phase_ == P::kRunning && config_->watchdog.count() > 0 && !reportedTerminating_) {
+                lastPing_ = now;
+                deadline_ = now + config_->watchdog;
+            }
+            break;
+
+        case E::kPingMissed:
+            if (phase_ == P::kRunning && config_->watchdog.count() > 0 && !reportedTerminating_) {
+                deadline_ = now;
+                return Handle(ProcessEvent::Of(E::kTimer), context, now);
+            }
+            break;
+
+        case E::kExtend:
+            if (deadline_ && ((phase_ == P::kStarting && !queued_) || (phase_ == P::kTerminating && !killed_))) {
+                const Clock::time_point extended = now + std::chrono::duration_cast<Clock::duration>(event.extend);
+                if (extended > *deadline_) {
+                    step.Log(LogLevel::kInfo)
+                        << "[Supervisor][Time-out extended][process=" << name << ", pid=" << pid_
+                        << ", phase=" << ProcessPhaseName(phase_) << ", left_ms=" << Ms(extended - now) << "]";
+                    deadline_ = extended;
+                }
             }
             break;
 
@@ -169,22 +204,31 @@ std::vector<ProcessAction> ProcessMachine::Handle(const ProcessEvent& event,
                             << name << ", pid=" << pid_ << ", timeout_ms=" << config_->terminationTimeout.count()
                             << "]";
                         Stop(step, AfterStop::kIdle, true, now);
+                    } else if (config_->watchdog.count() > 0) {
+                        const Clock::duration since = now - lastPing_.value_or(launchedAt_);
+                        step.Log(LogLevel::kWarn)
+                            << "[Supervisor][Watchdog missed, sending SIGKILL][process=" << name << ", pid=" << pid_
+                            << ", period_ms=" << config_->watchdog.count() << ", since_last_ms=" << Ms(since)
+                            << ", late_ms=" << Ms(since - config_->watchdog) << "]";
+                        Stop(step, AfterStop::kRestartPolicy, true, now);
                     }
                     break;
                 case P::kIdle:
                 case P::kFailed:
+                case P::kTerminated:
                     break;
             }
             break;
 
         case E::kStop:
             if (event.after == AfterStop::kRelaunch) {
-                restartsUsed_ = 0U;  // a requested restart starts the count afresh
+                ResetCount();  // a requested restart starts the count afresh
             }
             switch (phase_) {
                 case P::kIdle:
                 case P::kRestarting:
                 case P::kFailed:
+                case P::kTerminated:
                     if (event.after == AfterStop::kRelaunch) {
                         Launch(step, LaunchFor::kRestartRequest);
                     } else if (phase_ != P::kIdle) {
@@ -272,6 +316,7 @@ void ProcessMachine::Launched(Step& step,
         return;
     }
     pid_ = spawn.pid;
+    readyAfter_.reset();
     phase_ = ProcessPhase::kStarting;
     queued_ = false;
     launchedAt_ = now;
@@ -279,6 +324,7 @@ void ProcessMachine::Launched(Step& step,
     afterStop_ = AfterStop::kIdle;
     killed_ = false;
     reportedTerminating_ = false;
+    lastPing_.reset();
     step.Log(LogLevel::kInfo) << "[Supervisor][Launched][process=" << config_->name << ", pid=" << pid_
                               << ", executable=" << config_->executable << "]";
     switch (launchFor_) {
@@ -291,6 +337,29 @@ void ProcessMachine::Launched(Step& step,
             step.Do(Action::kConverge);
             break;
     }
+    if (config_->readiness == Readiness::kSpawn && !oneShot_) {
+        Ready(step, "spawn", now);
+    }
+}
+
+void ProcessMachine::Ready(Step& step, const char* how, Clock::time_point now) {
+    if (how != nullptr) {  // a kRunning report has its own line
+        step.Log(LogLevel::kInfo) << "[Supervisor][Ready][process=" << config_->name << ", pid=" << pid_
+                                  << ", readiness=" << how << ", after_ms=" << Ms(now - launchedAt_) << "]";
+    }
+    phase_ = ProcessPhase::kRunning;
+    readyAfter_ = std::chrono::duration_cast<std::chrono::milliseconds>(now - launchedAt_);
+    deadline_.reset();
+    if (config_->watchdog.count() > 0) {
+        lastPing_ = now;
+        deadline_ = now + config_->watchdog;
+    }
+    step.Answer(std::nullopt);
+    step.Do(Action::kConverge);
+}
+
+void ProcessMachine::ResetCount() {
+    restarts_.clear();
 }
 
 void ProcessMachine::Exited(Step& step, int status, const ProcessContext& context, Clock::time_point now) {
@@ -301,6 +370,7 @@ void ProcessMachine::Exited(Step& step, int status, const ProcessContext& contex
     pid_ = -1;
     deadline_.reset();
     killed_ = false;
+    lastExit_ = status;
     if (context.shuttingDown) {
         phase_ = P::kIdle;
         step.Answer(ExecErrc::kFailed);
@@ -331,8 +401,15 @@ void ProcessMachine::Exited(Step& step, int status, const ProcessContext& contex
         step.Log(LogLevel::kInfo) << "[Supervisor][Process ended after reporting kTerminating][process="
                                   << config_->name << "]";
         phase_ = P::kIdle;
+    } else if (oneShot_ && (was == P::kStarting || was == P::kRunning) && WIFEXITED(status) &&
+               WEXITSTATUS(status) == 0) {
+        phase_ = P::kTerminated;
+        readyAfter_ = std::chrono::duration_cast<std::chrono::milliseconds>(now - launchedAt_);
+        step.Log(LogLevel::kInfo) << "[Supervisor][Process completed][process=" << config_->name
+                                  << ", after_ms=" << readyAfter_->count() << "]";
+        step.Answer(std::nullopt);
     } else if (was == P::kStarting) {
-        StartFailed(step, "exited before reporting kRunning", context, now);
+        StartFailed(step, oneShot_ ? "did not exit with status 0" : "exited before reporting kRunning", context, now);
         return;
     } else {  // a crash
         ApplyRestartPolicy(step, context, now);
@@ -375,23 +452,34 @@ void ProcessMachine::StartFailed(Step& step,
 
 void ProcessMachine::ApplyRestartPolicy(Step& step, const ProcessContext& context, Clock::time_point now) {
     const RestartPolicy& policy = config_->restart;
-    if (restartsUsed_ < policy.maxRestarts) {
-        ++restartsUsed_;
+    if (policy.window.count() > 0) {  // restarts older than the window no longer count
+        const Clock::time_point oldest = now - policy.window;
+        restarts_.erase(
+            std::remove_if(restarts_.begin(), restarts_.end(), [oldest](Clock::time_point at) { return at <= oldest; }),
+            restarts_.end());
+    }
+    if (restarts_.size() < policy.maxRestarts) {
+        restarts_.push_back(now);
+        // The wait doubles with every restart in the window, up to backoffMax.
+        backoff_ = policy.backoff;
+        for (std::size_t i = 1U; i < restarts_.size() && backoff_ < policy.backoffMax; ++i) {
+            backoff_ = std::min(backoff_ * 2, policy.backoffMax);
+        }
         phase_ = ProcessPhase::kRestarting;
-        deadline_ = now + policy.backoff;
+        deadline_ = now + backoff_;
         step.Log(LogLevel::kInfo) << "[Supervisor][Restart scheduled][process=" << config_->name
-                                  << ", in_ms=" << policy.backoff.count() << ", restart=" << restartsUsed_ << "/"
+                                  << ", in_ms=" << backoff_.count() << ", restart=" << restarts_.size() << "/"
                                   << policy.maxRestarts << "]";
         return;
     }
     phase_ = ProcessPhase::kFailed;
-    step.Do(Action::kGroupFailed).failed = true;
-    step.Log(LogLevel::kError) << "[Supervisor][Restarts used up, function group failed][process=" << config_->name
+    step.Log(LogLevel::kError) << "[Supervisor][Restarts used up][process=" << config_->name
                                << ", function_group=" << config_->functionGroup << ", restarts=" << policy.maxRestarts
-                               << "]";
+                               << ", window_ms=" << policy.window.count() << "]";
     if (context.inTransition) {
         step.Do(Action::kFailTransition).text = "process " + config_->name + " failed";
     }
+    step.Do(Action::kStartLimit);
 }
 
 }  // namespace tarn::em::daemon

@@ -26,8 +26,9 @@ namespace tarn::em::daemon {
 
 using Clock = std::chrono::steady_clock;
 
-/// Where a process is in its life; the texts are what GetProcessStates reports.
-enum class ProcessPhase : std::uint8_t { kIdle, kStarting, kRunning, kTerminating, kRestarting, kFailed };
+/// Where a process is in its life; the texts are what GetProcessStates reports. kTerminated
+/// is the end of a one-shot (a process others need terminated): it exited with status 0.
+enum class ProcessPhase : std::uint8_t { kIdle, kStarting, kRunning, kTerminating, kRestarting, kFailed, kTerminated };
 const char* ProcessPhaseName(ProcessPhase phase) noexcept;
 
 /// What becomes of a process once a stop has ended: idle, failed, launched again for a
@@ -36,16 +37,20 @@ enum class AfterStop : std::uint8_t { kIdle, kFailed, kRelaunch, kRestartPolicy 
 
 struct ProcessEvent {
     enum class Kind : std::uint8_t {
-        kStart,     ///< its group's transition wants it running: queue its launch
-        kDequeued,  ///< its turn in the launch queue has come
-        kSpawned,   ///< the launch asked for has been made: `spawn`
-        kReported,  ///< it reported `state` (kRunning or kTerminating)
-        kExited,    ///< it has been reaped with wait status `status`
-        kTimer,     ///< its deadline may be due
-        kStop,      ///< stop it (SIGKILL at once when `kill`, else SIGTERM); `after`: kIdle, or
-                    ///< kRelaunch to launch it again (ProcessRestart)
-        kShutdown,  ///< emd stops: drop its queued launch and answer its restart waiters
-        kKill,      ///< SIGKILL at once, whatever it is doing (a second shutdown request)
+        kStart,       ///< its group's transition wants it running: queue its launch
+        kDequeued,    ///< its turn in the launch queue has come
+        kSpawned,     ///< the launch asked for has been made: `spawn`
+        kReported,    ///< it reported `state` (kRunning or kTerminating)
+        kExited,      ///< it has been reaped with wait status `status`
+        kTimer,       ///< its deadline may be due
+        kStop,        ///< stop it (SIGKILL at once when `kill`, else SIGTERM); `after`: kIdle, or
+                      ///< kRelaunch to launch it again (ProcessRestart)
+        kShutdown,    ///< emd stops: drop its queued launch and answer its restart waiters
+        kKill,        ///< SIGKILL at once, whatever it is doing (a second shutdown request)
+        kReady,       ///< READY=1 on the notify socket
+        kPing,        ///< WATCHDOG=1: it is alive
+        kPingMissed,  ///< WATCHDOG=trigger: treat it as a missed watchdog period now
+        kExtend,      ///< EXTEND_TIMEOUT_USEC: the start-up or stop time-out runs `extend` from now at least
     };
     Kind kind{Kind::kTimer};
     SpawnResult spawn;
@@ -53,18 +58,39 @@ struct ProcessEvent {
     int status{0};
     bool kill{false};
     AfterStop after{AfterStop::kIdle};
+    std::chrono::microseconds extend{0};
 
-    static ProcessEvent Of(Kind kind) { return ProcessEvent{kind, {}, {}, 0, false, AfterStop::kIdle}; }
+    static ProcessEvent Of(Kind kind) {
+        ProcessEvent event;
+        event.kind = kind;
+        return event;
+    }
     static ProcessEvent Spawned(SpawnResult spawn) {
-        return ProcessEvent{Kind::kSpawned, std::move(spawn), {}, 0, false, AfterStop::kIdle};
+        ProcessEvent event = Of(Kind::kSpawned);
+        event.spawn = std::move(spawn);
+        return event;
     }
     static ProcessEvent Reported(ara::exec::ExecutionState state) {
-        return ProcessEvent{Kind::kReported, {}, state, 0, false, AfterStop::kIdle};
+        ProcessEvent event = Of(Kind::kReported);
+        event.state = state;
+        return event;
     }
     static ProcessEvent Exited(int status) {
-        return ProcessEvent{Kind::kExited, {}, {}, status, false, AfterStop::kIdle};
+        ProcessEvent event = Of(Kind::kExited);
+        event.status = status;
+        return event;
     }
-    static ProcessEvent Stop(bool kill, AfterStop after) { return ProcessEvent{Kind::kStop, {}, {}, 0, kill, after}; }
+    static ProcessEvent Stop(bool kill, AfterStop after) {
+        ProcessEvent event = Of(Kind::kStop);
+        event.kill = kill;
+        event.after = after;
+        return event;
+    }
+    static ProcessEvent Extend(std::chrono::microseconds extend) {
+        ProcessEvent event = Of(Kind::kExtend);
+        event.extend = extend;
+        return event;
+    }
 };
 
 /// What the machine must know of the world around it to take an event.
@@ -77,15 +103,16 @@ struct ProcessContext {
 
 struct ProcessAction {
     enum class Kind : std::uint8_t {
-        kLog,              ///< write `text` at `level`
-        kEnqueue,          ///< append it to the launch queue
-        kLaunch,           ///< spawn it, then hand the outcome back as kSpawned
-        kSignal,           ///< send `signal` to `pid`; log when it was not delivered and `warnUndelivered`
-        kAnswer,           ///< answer the restart waiters: success, or `error`
-        kConverge,         ///< its group goes on with its transition
-        kFailTransition,   ///< its group's transition ends with kFailed; `text` says why
-        kGroupFailed,      ///< its group's failed mark becomes `failed`
-        kContinueShutdown  ///< the shutdown goes on with the next processes
+        kLog,               ///< write `text` at `level`
+        kEnqueue,           ///< append it to the launch queue
+        kLaunch,            ///< spawn it, then hand the outcome back as kSpawned
+        kSignal,            ///< send `signal` to `pid`; log when it was not delivered and `warnUndelivered`
+        kAnswer,            ///< answer the restart waiters: success, or `error`
+        kConverge,          ///< its group goes on with its transition
+        kFailTransition,    ///< its group's transition ends with kFailed; `text` says why
+        kGroupFailed,       ///< its group's failed mark becomes `failed`
+        kContinueShutdown,  ///< the shutdown goes on with the next processes
+        kStartLimit         ///< it used up its restarts: its group escalates to its onFailure state, or fails
     };
     Kind kind{Kind::kLog};
     ara::quill::common::log::LogLevel level{ara::quill::common::log::LogLevel::kInfo};
@@ -99,7 +126,8 @@ struct ProcessAction {
 
 class ProcessMachine {
 public:
-    explicit ProcessMachine(const ProcessConfig& config) : config_(&config) {}
+    /// `oneShot`: another process needs it terminated; its exit with status 0 is its success.
+    explicit ProcessMachine(const ProcessConfig& config, bool oneShot = false) : config_(&config), oneShot_(oneShot) {}
 
     /// Takes `event` at `now`; what to do about it, in order. Events that mean nothing in the
     /// current phase (a kRunning report of a running process, a timer not yet due) change
@@ -115,7 +143,17 @@ public:
     /// The start-up, termination or restart time-out under way.
     std::optional<Clock::time_point> Deadline() const noexcept { return deadline_; }
     bool Due(Clock::time_point now) const noexcept { return deadline_ && *deadline_ <= now; }
-    unsigned int RestartsUsed() const noexcept { return restartsUsed_; }
+    /// Restarts counted against the start limit (those within its window).
+    unsigned int RestartsUsed() const noexcept { return static_cast<unsigned int>(restarts_.size()); }
+    bool OneShot() const noexcept { return oneShot_; }
+    /// Launch to ready (a one-shot: to its successful exit) of its last start.
+    std::optional<std::chrono::milliseconds> ReadyAfter() const noexcept { return readyAfter_; }
+    /// Its last WATCHDOG=1, or when it became ready.
+    std::optional<Clock::time_point> LastPing() const noexcept { return lastPing_; }
+    /// The wait status of its last exit.
+    std::optional<int> LastExit() const noexcept { return lastExit_; }
+    /// Set while it waits for a restart: how long the back-off is.
+    std::chrono::milliseconds Backoff() const noexcept { return backoff_; }
 
 private:
     /// Why a launch was asked for, which decides what its outcome leads to.
@@ -128,8 +166,12 @@ private:
     void Stop(Step& step, AfterStop after, bool kill, Clock::time_point now);
     void StartFailed(Step& step, const std::string& why, const ProcessContext& context, Clock::time_point now);
     void ApplyRestartPolicy(Step& step, const ProcessContext& context, Clock::time_point now);
+    /// It has become ready in the way `how` says.
+    void Ready(Step& step, const char* how, Clock::time_point now);
+    void ResetCount();
 
     const ProcessConfig* config_;
+    bool oneShot_{false};
     ProcessPhase phase_{ProcessPhase::kIdle};
     pid_t pid_{-1};
     std::optional<Clock::time_point> deadline_;
@@ -139,7 +181,11 @@ private:
     bool killed_{false};
     bool reportedTerminating_{false};
     bool queued_{false};
-    unsigned int restartsUsed_{0U};
+    std::vector<Clock::time_point> restarts_;  ///< when each counted restart was scheduled
+    std::chrono::milliseconds backoff_{0};
+    std::optional<std::chrono::milliseconds> readyAfter_;
+    std::optional<Clock::time_point> lastPing_;
+    std::optional<int> lastExit_;
 };
 
 }  // namespace tarn::em::daemon

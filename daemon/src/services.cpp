@@ -1,11 +1,14 @@
-// Method handlers of the three services, each a thin hand-over to the event loop.
+// Method handlers of the four services, each a thin hand-over to the event loop.
 #include "services.h"
 
 #include <vector>
 
 #include "ara/exec/execution_state.h"
 #include "ara/exec/process.h"
+#include "ara/quill/common/log/log.h"
+#include "status_json.h"
 #include "tarn/em/em_services.h"
+#include "tarn/em/emd_status_service.h"
 
 namespace tarn::em::daemon {
 
@@ -28,6 +31,52 @@ Completion ReplyWith(const Replier<void>& replier) {
     return [replier](const Outcome& outcome) { replier.Reply(outcome); };
 }
 
+using JsonResult = ara::core::Result<String, ara::core::ErrorCode>;
+
+/// The answer to a status request that names no process or group emd knows.
+JsonResult Unknown(const char* what, const std::string& name) {
+    // The name is the caller's: escaped and cut short in the log.
+    ara::quill::common::log::Log::GetLog("EMD")->warn()
+        << "[Status][Unknown " << what << "][name=" << JsonString(std::string_view(name).substr(0U, 128U)) << "]";
+    return JsonResult::FromError(ara::exec::MakeErrorCode(ara::exec::ExecErrc::kInvalidArguments, 0));
+}
+
+/// Serves emd's own service: each answer is read from the supervisor on the event loop.
+bool ServeStatus(RpcServer& server, EventLoop& loop) {
+    return services::Serve<services::GetProcessStatus>(
+               server,
+               [&loop](Replier<String> replier, const String& name) {
+                   loop.Post([replier, name](Supervisor& s) {
+                       const auto status = s.StatusOf(name, Clock::now());
+                       replier.Reply(status ? JsonResult(String(ProcessStatusJson(*status)))
+                                            : Unknown("process", name));
+                   });
+               }) &&
+           services::Serve<services::GetGroupStatus>(
+               server,
+               [&loop](Replier<String> replier, const String& name) {
+                   loop.Post([replier, name](Supervisor& s) {
+                       const auto status = s.GroupStatusOf(name);
+                       replier.Reply(status ? JsonResult(String(GroupStatusJson(*status)))
+                                            : Unknown("function group", name));
+                   });
+               }) &&
+           services::Serve<services::GetBlame>(
+               server,
+               [&loop](Replier<String> replier, const String& group) {
+                   loop.Post([replier, group](Supervisor& s) {
+                       if (!group.empty() && !s.GroupStatusOf(group)) {
+                           replier.Reply(Unknown("function group", group));
+                           return;
+                       }
+                       replier.Reply(JsonResult(String(BlameJson(group, s.Blame(group)))));
+                   });
+               }) &&
+           services::Serve<services::GetDependencies>(server, [&loop](Replier<String> replier) {
+               loop.Post([replier](Supervisor& s) { replier.Reply(JsonResult(String(DependenciesJson(s.Config())))); });
+           });
+}
+
 }  // namespace
 
 Services::Services(EventLoop& loop) : loop_(loop) {}
@@ -36,6 +85,7 @@ bool Services::Offer(std::string& error) {
     application_ = MakeServer("emd/application", services::APPLICATION_SERVICE);
     stateManager_ = MakeServer("emd/state-manager", services::STATE_MANAGER_SERVICE);
     healthManager_ = MakeServer("emd/health-manager", services::HEALTH_MANAGER_SERVICE);
+    status_ = MakeServer("emd/status", services::EMD_STATUS_SERVICE);
     if (!application_->Initialize()) {
         error = "the DDS transport does not start";
         return false;
@@ -76,14 +126,18 @@ bool Services::Offer(std::string& error) {
                     replier.Reply(ara::core::Result<std::vector<ara::exec::Process>>(s.ProcessStates()));
                 });
             }) &&
-        services::Serve<services::GetProcessName>(*healthManager_, [&loop](Replier<String> replier, const int& pid) {
-            loop.Post([replier, pid](Supervisor& s) { replier.Reply(s.ProcessName(pid)); });
-        });
+        services::Serve<services::GetProcessName>(
+            *healthManager_,
+            [&loop](Replier<String> replier, const int& pid) {
+                loop.Post([replier, pid](Supervisor& s) { replier.Reply(s.ProcessName(pid)); });
+            }) &&
+        ServeStatus(*status_, loop);
     if (!served) {
         error = "a method cannot be served";
         return false;
     }
-    if (!application_->OfferService() || !stateManager_->OfferService() || !healthManager_->OfferService()) {
+    if (!application_->OfferService() || !stateManager_->OfferService() || !healthManager_->OfferService() ||
+        !status_->OfferService()) {
         error = "a service cannot be offered";
         return false;
     }

@@ -1,5 +1,6 @@
-// The three Execution Management services that emd offers: the application service
-// (domain 2), the state manager service and the platform health manager service (domain 4).
+// The services that emd offers: the three of Execution Management, the application service
+// (domain 2), the state manager service and the platform health manager service (domain 4),
+// and its own status service (domain 4, tarn/em/emd_status_service.h).
 // Each handler decodes nothing itself (the skeleton does), hands the request to the event
 // loop and replies from there, so no handler waits and no lock spans the daemon.
 #ifndef TARN_EM_DAEMON_SERVICES_H
@@ -16,8 +17,8 @@ namespace tarn::em::daemon {
 class Services {
 public:
     explicit Services(EventLoop& loop);
-    /// Starts the DDS transport, serves all seven methods and offers the three services;
-    /// false (with `error` set) when any step fails.
+    /// Starts the DDS transport, serves every method and offers the four services; false
+    /// (with `error` set) when any step fails.
     bool Offer(std::string& error);
 
 private:
@@ -25,6 +26,7 @@ private:
     std::unique_ptr<tarn::em::util::RpcServer> application_;
     std::unique_ptr<tarn::em::util::RpcServer> stateManager_;
     std::unique_ptr<tarn::em::util::RpcServer> healthManager_;
+    std::unique_ptr<tarn::em::util::RpcServer> status_;
 };
 
 }  // namespace tarn::em::daemon

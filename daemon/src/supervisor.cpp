@@ -25,11 +25,35 @@ Supervisor::Supervisor(Manifest manifest, Launcher& launcher, std::function<Cloc
       launcher_(launcher),
       clock_(std::move(clock)),
       log_(ara::quill::common::log::Log::GetLog("EMD")) {
+    // Dependencies by index; a process that another needs terminated is a one-shot.
+    const auto indexOf = [this](const std::string& name) {
+        for (std::size_t i = 0U; i < manifest_.processes.size(); ++i) {
+            if (manifest_.processes[i].name == name) {
+                return std::optional<std::size_t>(i);
+            }
+        }
+        return std::optional<std::size_t>();
+    };
+    std::vector<std::vector<GroupTransition::Need>> needs(manifest_.processes.size());
+    std::vector<std::vector<std::size_t>> neededBy(manifest_.processes.size());
+    std::vector<bool> oneShot(manifest_.processes.size(), false);
+    for (std::size_t i = 0U; i < manifest_.processes.size(); ++i) {
+        for (const Dependency& dependency : manifest_.processes[i].dependsOn) {
+            const auto needed = indexOf(dependency.process);
+            if (!needed) {
+                continue;  // the manifest's validation refuses this
+            }
+            needs[i].push_back({*needed, dependency.condition});
+            neededBy[*needed].push_back(i);
+            oneShot[*needed] = oneShot[*needed] || dependency.condition == Condition::kTerminated;
+        }
+    }
     std::vector<std::vector<GroupTransition::Member>> members(manifest_.functionGroups.size());
-    for (const ProcessConfig& process : manifest_.processes) {
+    for (std::size_t i = 0U; i < manifest_.processes.size(); ++i) {
+        const ProcessConfig& process = manifest_.processes[i];
         const std::size_t group = FindGroup(process.functionGroup).value_or(0U);
-        members[group].push_back({procs_.size(), &process});
-        procs_.push_back(Proc{ProcessMachine(process), group, {}});
+        members[group].push_back({i, &process, oneShot[i], needs[i], neededBy[i]});
+        procs_.push_back(Proc{ProcessMachine(process, oneShot[i]), group, {}, neededBy[i], {}});
     }
     for (std::size_t i = 0U; i < manifest_.functionGroups.size(); ++i) {
         groups_.emplace_back(manifest_.functionGroups[i], std::move(members[i]));
@@ -303,6 +327,27 @@ void Supervisor::Carry(std::size_t index, const ProcessAction& action, Clock::ti
         case ProcessAction::Kind::kContinueShutdown:
             ContinueShutdown(now);
             break;
+        case ProcessAction::Kind::kStartLimit:
+            StartLimit(proc.group, proc.machine.Config().name, now);
+            break;
+    }
+}
+
+void Supervisor::StartLimit(std::size_t index, const std::string& process, Clock::time_point now) {
+    GroupTransition& group = groups_[index];
+    const std::string& onFailure = group.Config().onFailure;
+    if (shuttingDown_ || onFailure.empty() || group.Target().value_or(group.Current()) == onFailure) {
+        log_->error() << "[Supervisor][Function group failed][function_group=" << group.Config().name
+                      << ", process=" << process << "]";
+        group.SetFailed(true);
+        return;
+    }
+    log_->error() << "[Supervisor][Escalating to the onFailure state][function_group=" << group.Config().name
+                  << ", process=" << process << ", to=" << onFailure << "]";
+    EndTransition(
+        index, Error(ExecErrc::kFailed), "escalated to " + onFailure + " after process " + process + " failed");
+    if (group.Escalate()) {
+        Converge(index, now);
     }
 }
 
@@ -352,7 +397,11 @@ void Supervisor::ContinueShutdown(Clock::time_point now) {
             continue;
         }
         left = true;
-        if (!othersLeft || !inMachine(procs_[i])) {
+        // A process stops once every process that needs it has: the reverse of the start order.
+        const bool needed = std::any_of(procs_[i].neededBy.begin(),
+                                        procs_[i].neededBy.end(),
+                                        [this](std::size_t other) { return procs_[other].machine.Pid() > 0; });
+        if (!needed && (!othersLeft || !inMachine(procs_[i]))) {
             Feed(i, ProcessEvent::Stop(false, AfterStop::kIdle), now);  // one already stopping goes on
         }
     }
@@ -362,13 +411,35 @@ void Supervisor::ContinueShutdown(Clock::time_point now) {
 }
 
 void Supervisor::Notify(pid_t pid, const NotifyMessage& message, Clock::time_point now) {
-    (void)pid;
-    (void)message;
-    (void)now;
+    const auto index = FindByPid(pid);
+    if (!index) {
+        return;
+    }
+    Proc& proc = procs_[*index];
+    if (message.status && *message.status != proc.statusText) {
+        proc.statusText = *message.status;
+        log_->debug() << "[Supervisor][Status][process=" << proc.machine.Config().name << ", status=" << proc.statusText
+                      << "]";
+    }
+    // In the order a process would mean them; each may end the OS process's part in the next.
+    if (message.extendTimeout) {
+        Feed(*index, ProcessEvent::Extend(*message.extendTimeout), now);
+    }
+    if (message.ready) {
+        Feed(*index, ProcessEvent::Of(ProcessEvent::Kind::kReady), now);
+    }
+    if (message.watchdog) {
+        Feed(*index, ProcessEvent::Of(ProcessEvent::Kind::kPing), now);
+    }
+    if (message.stopping) {
+        Feed(*index, ProcessEvent::Reported(ara::exec::ExecutionState::kTerminating), now);
+    }
+    if (message.watchdogTrigger) {
+        Feed(*index, ProcessEvent::Of(ProcessEvent::Kind::kPingMissed), now);
+    }
 }
 
 std::optional<ProcessStatus> Supervisor::StatusOf(const std::string& process, Clock::time_point now) const {
-    (void)now;
     for (const Proc& proc : procs_) {
         const ProcessMachine& machine = proc.machine;
         const ProcessConfig& config = machine.Config();
@@ -381,8 +452,16 @@ std::optional<ProcessStatus> Supervisor::StatusOf(const std::string& process, Cl
         status.phase = PhaseName(machine.Phase());
         status.pid = machine.Pid();
         status.readiness = config.readiness;
+        status.statusText = proc.statusText;
         status.restarts = machine.RestartsUsed();
+        if (const auto exit = machine.LastExit()) {
+            status.lastExit = DescribeExit(*exit);
+        }
+        status.readyAfter = machine.ReadyAfter();
         status.watchdog = config.watchdog;
+        if (const auto ping = machine.LastPing(); ping && machine.Phase() == Phase::kRunning) {
+            status.sinceWatchdog = std::chrono::duration_cast<std::chrono::milliseconds>(now - *ping);
+        }
         status.dependsOn = config.dependsOn;
         return status;
     }
@@ -401,12 +480,28 @@ std::optional<GroupStatus> Supervisor::GroupStatusOf(const std::string& name) co
     status.target = group.Target().value_or("");
     status.failed = group.Failed();
     status.onFailure = group.Config().onFailure;
+    status.lastResult = group.LastResult();
+    status.escalatedFrom = group.EscalatedFrom();
     return status;
 }
 
-std::vector<BlameEntry> Supervisor::Blame(const std::string& group) const {
-    (void)group;
-    return {};
+std::vector<BlameEntry> Supervisor::Blame(const std::string& name) const {
+    std::vector<BlameEntry> entries;
+    for (const GroupTransition& group : groups_) {
+        if (!name.empty() && group.Config().name != name) {
+            continue;
+        }
+        for (const std::size_t index : group.Brought()) {
+            const ProcessMachine& machine = procs_[index].machine;
+            if (const auto after = machine.ReadyAfter()) {
+                entries.push_back({machine.Config().name, group.Config().name, *after});
+            }
+        }
+    }
+    std::stable_sort(entries.begin(), entries.end(), [](const BlameEntry& a, const BlameEntry& b) {
+        return a.readyAfter > b.readyAfter;
+    });
+    return entries;
 }
 
 }  // namespace tarn::em::daemon

@@ -39,11 +39,11 @@ struct ProcessStatus {
     std::string phase;  ///< ProcessPhaseName
     pid_t pid{-1};      ///< -1 while no OS process exists
     Readiness readiness{Readiness::kReport};
-    std::string statusText;  ///< the last STATUS=... it sent, if any
-    unsigned int restarts{0U};           ///< restarts counted against its start limit now
-    std::string lastExit;                ///< DescribeExit of its last exit; empty before the first
-    std::optional<std::chrono::milliseconds> readyAfter;  ///< launch to ready, of its last start
-    std::chrono::milliseconds watchdog{0};                ///< its period; 0: none
+    std::string statusText;                                  ///< the last STATUS=... it sent, if any
+    unsigned int restarts{0U};                               ///< restarts counted against its start limit now
+    std::string lastExit;                                    ///< DescribeExit of its last exit; empty before the first
+    std::optional<std::chrono::milliseconds> readyAfter;     ///< launch to ready, of its last start
+    std::chrono::milliseconds watchdog{0};                   ///< its period; 0: none
     std::optional<std::chrono::milliseconds> sinceWatchdog;  ///< since its last WATCHDOG=1 (or ready)
     std::vector<Dependency> dependsOn;
 };
@@ -54,9 +54,9 @@ struct GroupStatus {
     std::string state;   ///< empty until its first transition has ended
     std::string target;  ///< the state it is moving to; empty between transitions
     bool failed{false};
-    std::string onFailure;       ///< from the manifest; empty: none
-    std::string lastResult;      ///< how its last transition ended: "completed", or why not
-    std::string escalatedFrom;   ///< the state it left by itself for onFailure; empty: never escalated
+    std::string onFailure;      ///< from the manifest; empty: none
+    std::string lastResult;     ///< how its last transition ended: "completed", or why not
+    std::string escalatedFrom;  ///< the state it left by itself for onFailure; empty: never escalated
 };
 
 /// One line of `emctl blame`: a process started by its group's last transition.
@@ -136,6 +136,8 @@ private:
         ProcessMachine machine;
         std::size_t group;
         std::vector<Completion> restartWaiters;
+        std::vector<std::size_t> neededBy;  ///< processes that depend on it
+        std::string statusText;             ///< its last STATUS=...
     };
 
     std::optional<std::size_t> FindGroup(const std::string& name) const;
@@ -153,6 +155,9 @@ private:
     void Bring(std::size_t process, Clock::time_point now) override;
     void Answer(std::vector<Completion>& waiters, const Outcome& outcome);
     void ContinueShutdown(Clock::time_point now);
+    /// A process of `group` used up its restarts: the group moves to its onFailure state, or
+    /// is failed when it has none (or is already there).
+    void StartLimit(std::size_t group, const std::string& process, Clock::time_point now);
 
     Manifest manifest_;
     Launcher& launcher_;

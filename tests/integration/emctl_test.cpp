@@ -1,13 +1,17 @@
 // emctl against emd on the example manifest, end to end: every verb's output, error line
-// and exit code, and the --json output read back with the JSON parser.
+// and exit code, and the --json output read back with the JSON parser; the dependency graph
+// of a manifest of the test's own; manifests validated as emd --check validates them.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
+#include <set>
 
 #include "ara/quill/common/jsonParser/document.h"
 #include "ara_test/em_client_case.h"
+#include "ara_test/emd_case.h"
 #include "ara_test/temp_dir.h"
 
 namespace {
@@ -18,15 +22,19 @@ struct Outcome {
     std::string err;  ///< standard error, without its final line feed
 };
 
-Outcome Emctl(const std::string& args, const std::string& config) {
+Outcome RunCommand(const std::string& command, const std::string& config) {
     const ara_test::TempDir dir;
-    ara_test::ChildProcess emctl({"/bin/sh", "-c", "exec " EMCTL " " + args + " 2>" + dir / "err"},
+    ara_test::ChildProcess emctl({"/bin/sh", "-c", "exec " + command + " 2>" + dir / "err"},
                                  {"KELP_DDS_CONFIG=" + config});
     emctl.WaitForLine("\x01", std::chrono::seconds(120));  // reads every line until the end
     const int code = emctl.Wait();
     std::ifstream errFile(dir / "err");
     const std::string err((std::istreambuf_iterator<char>(errFile)), std::istreambuf_iterator<char>());
     return {code, emctl.Lines(), err.empty() || err.back() != '\n' ? err : err.substr(0U, err.size() - 1U)};
+}
+
+Outcome Emctl(const std::string& args, const std::string& config) {
+    return RunCommand(EMCTL " " + args, config);
 }
 
 TEST(EmctlTest, EveryVerbAgainstEmd) {
@@ -56,6 +64,13 @@ TEST(EmctlTest, EveryVerbAgainstEmd) {
         {"name abc", 2, "", "emctl: name: not a process id: abc"},
         {"state get", 2, "", "usage: emctl state get FUNCTION_GROUP [--json]"},
         {"ps --timeout 0", 2, "", "emctl: --timeout: takes 1 to 86400 seconds, not 0"},
+        {"status logger", 0, "logger (process of MachineFG)", ""},
+        {"status Demo", 0, "Demo (function group)", ""},
+        {"status nobody", 1, "", "emctl: status nobody: no process or function group is named nobody"},
+        {"blame NoGroup", 1, "", "emctl: blame NoGroup: no function group is named NoGroup"},
+        {"graph", 0, "digraph emd {", ""},
+        {"blame Demo Off", 2, "", "usage: emctl blame [FUNCTION_GROUP] [--json]"},
+        {"status", 2, "", "usage: emctl status NAME [--json]"},
     };
     for (const Case& c : cases) {
         const Outcome run = Emctl(c.args, tag);
@@ -81,6 +96,28 @@ TEST(EmctlTest, EveryVerbAgainstEmd) {
     EXPECT_EQ(json.Element(1).Member("pid").GetInt(), greeter);
     EXPECT_TRUE(json.Element(1).Member("running").GetBool());
 
+    const Outcome status = Emctl("status greeter --json", tag);
+    ASSERT_EQ(json.ParseText(status.out.at(0)), ara::quill::common::jsonParser::PARSE_SUCCESS);
+    EXPECT_EQ(json.Member("functionGroup").GetString(), "Demo");
+    EXPECT_EQ(json.Member("phase").GetString(), "Running");
+    EXPECT_EQ(json.Member("pid").GetInt(), greeter);
+    EXPECT_EQ(json.Member("readiness").GetString(), "report");
+    const Outcome group = Emctl("status Demo --json", tag);
+    ASSERT_EQ(json.ParseText(group.out.at(0)), ara::quill::common::jsonParser::PARSE_SUCCESS);
+    EXPECT_EQ(json.Member("state").GetString(), "On");
+    EXPECT_TRUE(json.Member("target").IsNull());
+    EXPECT_FALSE(json.Member("failed").GetBool());
+    // The last transition of Demo started greeter and counter (the restarts are not transitions).
+    const Outcome blame = Emctl("blame Demo", tag);
+    EXPECT_EQ(blame.out.size(), 2U);
+    std::set<std::string> blamed;
+    for (const std::string& line : blame.out) {
+        const auto last = line.rfind(' ');
+        EXPECT_NE(line.find("s "), std::string::npos) << line;  // "  1.234s greeter"
+        blamed.insert(line.substr(last + 1U));
+    }
+    EXPECT_EQ(blamed, (std::set<std::string>{"counter", "greeter"}));
+
     EXPECT_EQ(Emctl("state set Demo Off", tag).code, 0);
     const Outcome off = Emctl("ps --json", tag);
     ASSERT_EQ(json.ParseText(off.out.at(0)), ara::quill::common::jsonParser::PARSE_SUCCESS);
@@ -88,13 +125,70 @@ TEST(EmctlTest, EveryVerbAgainstEmd) {
     EXPECT_EQ(json.Element(1).Member("state").GetString(), "Idle");
 
     // No Execution Management on another discovery tag.
-    for (const std::string args : {"state get MachineFG", "ps"}) {
+    for (const std::string args : {"state get MachineFG", "ps", "status logger"}) {
         const Outcome run = Emctl(args, ara_test::OwnTag("emctl-nobody"));
         EXPECT_EQ(run.code, 3) << args;
         EXPECT_EQ(run.err, "emctl: " + args + ": Communication error occurred (ARA_LOG_SINK=console shows why)");
     }
     emd.Kill(SIGTERM);
     EXPECT_EQ(emd.Wait(), 0);
+}
+
+TEST(EmctlTest, GraphAndStatusShowTheManifestsDependencies) {
+    const std::string tag = ara_test::OwnTag("emctl-graph");
+    setenv("KELP_DDS_CONFIG", tag.c_str(), 1);
+    const ara_test::TempDir dir;
+    const auto needs = [](const std::string& other) {
+        return ", " + ara_test::Member("dependsOn", "{" + ara_test::Member(other, "\"running\"") + "}");
+    };
+    const std::string manifest =
+        ara_test::WriteManifest(dir,
+                                ara_test::MachineGroup(),
+                                ara_test::TestApp("db", "run", "MachineFG", "[\"Running\"]") + "," +
+                                    ara_test::TestApp("app", "run", "MachineFG", "[\"Running\"]", needs("db")) + "," +
+                                    ara_test::TestApp("web", "run", "MachineFG", "[\"Running\"]", needs("app")));
+    ara_test::ChildProcess emd({EMD, "--manifest", manifest, "--log", "none"});
+    ASSERT_TRUE(emd.WaitForLine("ready"));
+    const Outcome graph = Emctl("graph", tag);
+    EXPECT_EQ(graph.code, 0);
+    EXPECT_EQ(graph.out,
+              (std::vector<std::string>{"digraph emd {",
+                                        "  \"db\";",
+                                        "  \"app\";",
+                                        "  \"web\";",
+                                        "  \"app\" -> \"db\" [label=\"running\"];",
+                                        "  \"web\" -> \"app\" [label=\"running\"];",
+                                        "}"}));
+    const Outcome app = Emctl("status app", tag);
+    EXPECT_EQ(app.code, 0);
+    EXPECT_NE(std::find(app.out.begin(), app.out.end(), "  depends on:     db (running)"), app.out.end());
+    emd.Kill(SIGTERM);
+    EXPECT_EQ(emd.Wait(), 0);
+}
+
+// emctl validate gives emd --check's verdict: its line for a valid manifest, and its refusal
+// (with the place) as emctl's error line and exit code 1.
+TEST(EmctlTest, ValidateAgreesWithEmdCheck) {
+    const ara_test::TempDir dir;
+    const std::string broken = dir.Write("broken.json", "{\n  \"functionGroups\": [\n");
+    const std::string wrong = ara_test::WriteManifest(
+        dir, ara_test::MachineGroup(), ara_test::TestApp("p", "run", "MachineFG", "[\"Running\", \"Nowhere\"]"));
+    const std::pair<std::string, std::string> cases[] = {
+        {EXAMPLE_MANIFEST, ""}, {broken, broken + ": line "}, {wrong, "states"}, {dir / "missing.json", "missing"}};
+    for (const auto& [file, place] : cases) {
+        const Outcome emd = RunCommand(EMD " --log none --check --manifest " + file, "");
+        const Outcome run = Emctl("validate " + file, "");
+        if (place.empty()) {
+            EXPECT_EQ(emd.code, 0) << file;
+            EXPECT_EQ(run.code, 0) << file;
+            EXPECT_EQ(run.out, emd.out) << file;
+            continue;
+        }
+        EXPECT_EQ(emd.code, 3) << file;
+        EXPECT_EQ(run.code, 1) << file;
+        EXPECT_EQ(run.err, "emctl: validate: " + emd.err.substr(std::string("emd: ").size())) << file;
+        EXPECT_NE(run.err.find(place), std::string::npos) << run.err;
+    }
 }
 
 }  // namespace

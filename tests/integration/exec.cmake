@@ -50,8 +50,20 @@ target_compile_definitions(emd_scale_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_T
                                                   EXAMPLE_MANIFEST="${PROJECT_BINARY_DIR}/examples/emd/machine_manifest.json")
 add_dependencies(emd_scale_test emd emd_test_app emctl demo_app)
 
-# emctl against emd, every verb with its outputs and exit codes.
+# emctl against emd, every verb with its outputs and exit codes; manifests validated as emd does.
 ara_exec_add_test(NAME emctl_test SOURCES emctl_test.cpp LINK ara_exec)
 target_compile_definitions(emctl_test PRIVATE EMD="$<TARGET_FILE:emd>" EMCTL="$<TARGET_FILE:emctl>"
+                                              EMD_TEST_APP="$<TARGET_FILE:emd_test_app>"
                                               EXAMPLE_MANIFEST="${PROJECT_BINARY_DIR}/examples/emd/machine_manifest.json")
-add_dependencies(emctl_test emd emctl demo_app)
+add_dependencies(emctl_test emd emctl emd_test_app demo_app)
+
+# emd supervising shell scripts that use systemd-notify, and sleep: dependency order, the
+# watchdog, escalation, and a refused dependency cycle.
+ara_exec_add_test(NAME emd_supervision_test SOURCES emd_supervision_test.cpp LINK ara_exec)
+target_compile_definitions(emd_supervision_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
+add_dependencies(emd_supervision_test emd)
+
+# emd with processes that report readiness through the notify protocol.
+ara_exec_add_test(NAME emd_readiness_test SOURCES emd_readiness_test.cpp LINK ara_exec)
+target_compile_definitions(emd_readiness_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
+add_dependencies(emd_readiness_test emd)

@@ -41,8 +41,16 @@ ProcessConfig Config(const std::string& name, const std::string& group, Texts st
 /// The actions in short: a log line by its title, the other actions by kind.
 std::string Render(const std::vector<ProcessAction>& actions) {
     using K = ProcessAction::Kind;
-    static const char* const kinds[] = {
-        "", "enqueue", "launch", "", "answer=", "converge", "fail-transition", "group-failed=", "continue-shutdown"};
+    static const char* const kinds[] = {"",
+                                        "enqueue",
+                                        "launch",
+                                        "",
+                                        "answer=",
+                                        "converge",
+                                        "fail-transition",
+                                        "group-failed=",
+                                        "continue-shutdown",
+                                        "start-limit"};
     std::string text;
     for (const ProcessAction& action : actions) {
         text += (text.empty() ? "" : ", ") + std::string(kinds[static_cast<int>(action.kind)]);
@@ -75,7 +83,7 @@ struct Fed {
 };
 
 /// A machine brought to `setup`: a parent setup and one more event.
-ProcessMachine Prepared(const ProcessConfig& config, const std::string& setup) {
+ProcessMachine Prepared(const ProcessConfig& config, const std::string& setup, bool oneShot = false) {
     using R = ExecutionState;
     // clang-format off
     static const std::map<std::string, Fed> steps = {
@@ -91,23 +99,36 @@ ProcessMachine Prepared(const ProcessConfig& config, const std::string& setup) {
         {"Terminating+restart", {"Running", ProcessEvent::Stop(false, AfterStop::kRelaunch), 0, MOVING}},
         {"Restarting", {"Running", ProcessEvent::Exited(9), 0, SETTLED}},
         {"Backoff", {"Restarting", ProcessEvent::Of(E::kTimer), 20, SETTLED}},  // relaunch asked for
+        {"Relaunched", {"Backoff", ProcessEvent::Spawned({9, ""}), 20, SETTLED}},
+        {"Relaunched+running", {"Relaunched", ProcessEvent::Reported(R::kRunning), 20, SETTLED}},
+        {"Watchdog-killed", {"Running", ProcessEvent::Of(E::kTimer), 30, SETTLED}},
+        {"Terminated", {"Starting", ProcessEvent::Exited(0), 10, MOVING}},
     };
     // clang-format on
     if (setup == "Idle") {
-        return ProcessMachine(config);
+        return ProcessMachine(config, oneShot);
     }
     const Fed& step = steps.at(setup);
-    ProcessMachine m = Prepared(config, step.setup);
+    ProcessMachine m = Prepared(config, step.setup, oneShot);
     (void)m.Handle(step.event, step.context, T0 + std::chrono::milliseconds(step.atMs));
     return m;
 }
 
 TEST(ProcessMachineTest, EveryPhaseAndEvent) {
+    // 0: report, one restart, back-off 20 ms. 1: notify, watchdog 30 ms, two restarts within
+    // 100 ms, back-off 10 ms doubling up to 15 ms. 2: spawn. 3: a one-shot.
+    ProcessConfig variants[4] = {
+        Config("p", "G", {"On"}, 1U), Config("p", "G", {"On"}, 2U), Config("p", "G", {"On"}), Config("p", "G", {"On"})};
+    variants[1].readiness = Readiness::kNotify;
+    variants[1].watchdog = 30ms;
+    variants[1].restart = {2U, 10ms, 15ms, 100ms};
+    variants[2].readiness = Readiness::kSpawn;
     struct Case {
         Fed fed;
         P phase;
         const char* actions;
         int deadlineMs;  // -1: none
+        int variant = 0;
     };
     const auto of = ProcessEvent::Of;
     const ProcessEvent running = ProcessEvent::Reported(ExecutionState::kRunning);
@@ -142,7 +163,7 @@ TEST(ProcessMachineTest, EveryPhaseAndEvent) {
          "Still running after reporting kTerminating, sending SIGKILL, Stopping, SIGKILL", -1},
         {{"Restarting", of(E::kTimer), 20, SETTLED}, P::kIdle, "launch", -1},
         {{"Backoff", PE::Spawned({-1, "x"}), 20, MOVING}, P::kFailed,
-         "Launch failed, group-failed=true, Restarts used up, function group failed, fail-transition, converge", -1},
+         "Launch failed, Restarts used up, fail-transition, start-limit, converge", -1},
         {{"Backoff", PE::Spawned({8, ""}), 20, SETTLED}, P::kStarting, "Launched, converge", 120},
         {{"Terminating", PE::Exited(0), 10, MOVING}, P::kIdle, "Process exited, converge", -1},
         {{"Terminating", of(E::kTimer), 49, MOVING}, P::kTerminating, "", 50},
@@ -163,13 +184,45 @@ TEST(ProcessMachineTest, EveryPhaseAndEvent) {
         {{"Queued", of(E::kShutdown), 0, SHUTDOWN}, P::kIdle, "answer=6", -1},
         {{"Terminating", of(E::kShutdown), 0, SHUTDOWN}, P::kTerminating, "answer=6", 50},
         {{"Running", of(E::kKill), 0, SHUTDOWN}, P::kRunning, "Killing at once, SIGKILL", -1},
+        // Readiness by notification, the watchdog, and the back-off within its window.
+        {{"Starting", of(E::kReady), 0, MOVING}, P::kStarting, "", 100},  // a report-kind process
+        {{"Starting", of(E::kReady), 5, MOVING}, P::kRunning, "Ready, converge", 35, 1},
+        {{"Starting", running, 5, MOVING}, P::kRunning, "Reported kRunning, converge", 35, 1},
+        {{"Starting", PE::Extend(500ms), 10, MOVING}, P::kStarting, "Time-out extended", 510, 1},
+        {{"Starting", PE::Extend(10ms), 10, MOVING}, P::kStarting, "", 100, 1},  // never shortened
+        {{"Queued", PE::Extend(500ms), 0, MOVING}, P::kStarting, "", -1, 1},
+        {{"Terminating", PE::Extend(500ms), 10, MOVING}, P::kTerminating, "Time-out extended", 510, 1},
+        {{"Running", of(E::kPing), 20, SETTLED}, P::kRunning, "", 50, 1},
+        {{"Running", of(E::kPing), 20, SETTLED}, P::kRunning, "", -1, 0},  // no watchdog
+        {{"Running", of(E::kTimer), 29, SETTLED}, P::kRunning, "", 30, 1},
+        {{"Running", of(E::kTimer), 30, SETTLED}, P::kTerminating,
+         "Watchdog missed, sending SIGKILL, Stopping, SIGKILL", -1, 1},
+        {{"Running", of(E::kPingMissed), 5, SETTLED}, P::kTerminating,
+         "Watchdog missed, sending SIGKILL, Stopping, SIGKILL", -1, 1},
+        {{"Running+kTerminating", of(E::kPing), 20, SETTLED}, P::kRunning, "", 50, 1},  // stopping: no watchdog
+        {{"Watchdog-killed", PE::Exited(SIGKILL), 40, SETTLED}, P::kRestarting,
+         "Process exited, Restart scheduled, converge", 50, 1},
+        {{"Relaunched+running", PE::Exited(9), 30, SETTLED}, P::kRestarting,
+         "Process exited, Restart scheduled, converge", 45, 1},  // the second waits 15 ms, not 20
+        {{"Relaunched+running", PE::Exited(9), 100, SETTLED}, P::kRestarting,
+         "Process exited, Restart scheduled, converge", 110, 1},  // the first has left the window
+        {{"Relaunched+running", PE::Exited(9), 30, SETTLED}, P::kFailed,
+         "Process exited, Restarts used up, start-limit, converge", -1, 0},
+        {{"Launching", PE::Spawned({8, ""}), 5, MOVING}, P::kRunning, "Launched, Ready, converge", -1, 2},
+        // A one-shot is done once it exited with status 0, whatever it reported.
+        {{"Starting", running, 5, MOVING}, P::kStarting, "Reported kRunning", 100, 3},
+        {{"Starting", PE::Exited(0), 10, MOVING}, P::kTerminated, "Process exited, Process completed, converge", -1, 3},
+        {{"Starting", PE::Exited(1 << 8), 10, MOVING}, P::kFailed,
+         "Process exited, Process failed to start, fail-transition", -1, 3},
+        {{"Terminated", PE::Stop(false, AfterStop::kIdle), 20, UNWANTED}, P::kIdle, "", -1, 3},
+        {{"Terminated", of(E::kStart), 20, MOVING}, P::kTerminated, "", -1, 3},
     };
     // clang-format on
-    const ProcessConfig config = Config("p", "G", {"On"}, 1U);
     for (const Case& c : cases) {
-        ProcessMachine m = Prepared(config, c.fed.setup);
-        const std::string label =
-            std::string(c.fed.setup) + " + event " + std::to_string(static_cast<int>(c.fed.event.kind));
+        ProcessMachine m = Prepared(variants[c.variant], c.fed.setup, c.variant == 3);
+        const std::string label = std::string(c.fed.setup) + " + event " +
+                                  std::to_string(static_cast<int>(c.fed.event.kind)) + " at " +
+                                  std::to_string(c.fed.atMs) + " ms, variant " + std::to_string(c.variant);
         EXPECT_EQ(Render(m.Handle(c.fed.event, c.fed.context, T0 + std::chrono::milliseconds(c.fed.atMs))), c.actions)
             << label;
         EXPECT_STREQ(ProcessPhaseName(m.Phase()), ProcessPhaseName(c.phase)) << label;
@@ -196,20 +249,10 @@ public:
     pid_t next{100};
 };
 
-/// App (Off, On, Both) with "a" (one restart) and "b" in On and Both and "c" in Both; then
-/// MachineFG (Running) with "m".
-class SupervisorTest : public ::testing::Test {
+/// A supervisor on `manifest` with the fake launcher and a clock the test sets.
+class SupervisorCase : public ::testing::Test {
 protected:
-    static Manifest Make() {
-        Manifest manifest;
-        manifest.functionGroups = {{"App", {"Off", "On", "Both"}, "Off", ""}, {MACHINE_FG, {"Running"}, "Running", ""}};
-        manifest.processes = {Config("m", MACHINE_FG, {"Running"}),
-                              Config("a", "App", {"On", "Both"}, 1U),
-                              Config("b", "App", {"On", "Both"}),
-                              Config("c", "App", {"Both"})};
-        return manifest;
-    }
-    SupervisorTest() : sv(Make(), launcher, [this] { return now; }) {}
+    explicit SupervisorCase(Manifest config) : sv(std::move(config), launcher, [this] { return now; }) {}
 
     /// A completion that records "<tag> ok" or "<tag> <error code>".
     Completion Answer(const std::string& tag) {
@@ -244,6 +287,51 @@ protected:
     Texts answers;
 };
 
+/// App (Off, On, Both) with "a" (one restart) and "b" in On and Both and "c" in Both; then
+/// MachineFG (Running) with "m".
+class SupervisorTest : public SupervisorCase {
+protected:
+    SupervisorTest() : SupervisorCase(Make()) {}
+    static Manifest Make() {
+        Manifest manifest;
+        manifest.functionGroups = {{"App", {"Off", "On", "Both"}, "Off", ""}, {MACHINE_FG, {"Running"}, "Running", ""}};
+        manifest.processes = {Config("m", MACHINE_FG, {"Running"}),
+                              Config("a", "App", {"On", "Both"}, 1U),
+                              Config("b", "App", {"On", "Both"}),
+                              Config("c", "App", {"Both"})};
+        return manifest;
+    }
+};
+
+/// MachineFG (Running, Degraded; onFailure Degraded): "web" (spawn) needs "app", which needs
+/// "db" (notify) running and the one-shot "migrate" terminated; "migrate" needs "db";
+/// "safe" runs in Degraded only, "db" in both.
+class DependencyTest : public SupervisorCase {
+protected:
+    DependencyTest() : SupervisorCase(Make()) {}
+    static Manifest Make() {
+        Manifest manifest;
+        manifest.functionGroups = {{MACHINE_FG, {"Running", "Degraded"}, "Running", "Degraded"}};
+        const Texts running{"Running"};
+        manifest.processes = {Config("web", MACHINE_FG, running),
+                              Config("app", MACHINE_FG, running, 1U),
+                              Config("migrate", MACHINE_FG, running),
+                              Config("db", MACHINE_FG, {"Running", "Degraded"}),
+                              Config("safe", MACHINE_FG, {"Degraded"})};
+        manifest.processes[0].readiness = Readiness::kSpawn;
+        manifest.processes[0].dependsOn = {{"app", Condition::kRunning}};
+        manifest.processes[1].dependsOn = {{"db", Condition::kRunning}, {"migrate", Condition::kTerminated}};
+        manifest.processes[2].dependsOn = {{"db", Condition::kRunning}};
+        manifest.processes[3].readiness = Readiness::kNotify;
+        return manifest;
+    }
+    void Ready(const std::string& name) {
+        NotifyMessage ready;
+        ready.ready = true;
+        sv.Notify(launcher.pids[name], ready, now);
+    }
+};
+
 TEST_F(SupervisorTest, TransitionCompletesOnceEveryProcessRunsAndLaunchesOneSliceAtATime) {
     sv.GetInitialResult(Answer("initial"));
     sv.Start(now);
@@ -271,25 +359,6 @@ TEST_F(SupervisorTest, TransitionCompletesOnceEveryProcessRunsAndLaunchesOneSlic
     EXPECT_EQ(answers.back(), "on ok");
     EXPECT_TRUE(
         capture.Contains("[Supervisor][Process exited][process=c, pid=103, status=exit code 0, state=Terminating]"));
-}
-
-TEST_F(SupervisorTest, StartupTimeoutFailsTheTransition) {
-    Boot();
-    sv.SetState("App", "Both", Answer("both"), now);
-    LaunchAll();
-    ASSERT_EQ(sv.NextDeadline(), now + 100ms);
-    sv.OnTimer(now + 99ms);
-    EXPECT_TRUE(answers.empty());
-    sv.OnTimer(now + 100ms);
-    EXPECT_EQ(answers, Texts{"both 6"});
-    EXPECT_EQ(State("App"), "6");
-    EXPECT_EQ(launcher.Take(), (Texts{"spawn c", "term 103"}));
-    EXPECT_TRUE(
-        capture.Contains("[Supervisor][Transition ended][function_group=App, state=Both, "
-                         "result=process c did not report kRunning in time]"));
-    sv.OnExit(103, 15, now + 101ms);  // no restart: the transition it belonged to failed
-    EXPECT_EQ(sv.ProcessStates()[3].processState, "Failed");
-    EXPECT_FALSE(sv.NextDeadline());
 }
 
 TEST_F(SupervisorTest, NewerRequestCancelsTheOlderAndRestartAnswers) {
@@ -351,6 +420,58 @@ TEST_F(SupervisorTest, ShutdownStopsApplicationGroupsBeforeMachineFG) {
     EXPECT_TRUE(capture.Contains("[Supervisor][Every process stopped]"));
     sv.SetState("App", "On", Answer("late"), now);
     EXPECT_EQ(answers.back(), "late 6");
+}
+
+TEST_F(DependencyTest, StartsInDependencyOrderStopsInReverseAndEscalatesToOnFailure) {
+    sv.GetInitialResult(Answer("initial"));
+    sv.Start(now);
+    LaunchAll();
+    EXPECT_EQ(launcher.Take(), Texts{"spawn db"});  // the others wait for what they need
+    now += 30ms;
+    Ready("db");
+    LaunchAll();
+    EXPECT_EQ(launcher.Take(), Texts{"spawn migrate"});
+    Up("migrate");  // a one-shot is done only once it has exited with status 0
+    LaunchAll();
+    EXPECT_TRUE(launcher.calls.empty());
+    now += 50ms;
+    sv.OnExit(launcher.pids["migrate"], 0, now);
+    LaunchAll();
+    EXPECT_EQ(launcher.Take(), Texts{"spawn app"});
+    now += 10ms;
+    Up("app");
+    LaunchAll();
+    EXPECT_EQ(launcher.Take(), Texts{"spawn web"});  // ready once spawned: the transition is complete
+    EXPECT_EQ(answers, Texts{"initial ok"});
+    const auto blame = sv.Blame("");
+    ASSERT_EQ(blame.size(), 4U);
+    EXPECT_EQ(blame[0].process + " " + blame[1].process + " " + blame[2].process + " " + blame[3].process,
+              "migrate db app web");
+    EXPECT_EQ(blame[0].readyAfter, 50ms);
+    EXPECT_EQ(sv.StatusOf("migrate", now)->phase, "Terminated");
+
+    // "db" crashes with no restart left: MachineFG moves to Degraded by itself, stopping
+    // "web" before the "app" it needs, and then starts "db" again and "safe".
+    sv.OnExit(launcher.pids["db"], 9, now);
+    EXPECT_EQ(launcher.Take(), Texts{"term 103"});
+    EXPECT_EQ(sv.GroupStatusOf(MACHINE_FG)->target, "Degraded");
+    sv.OnExit(103, 0, now);
+    EXPECT_EQ(launcher.Take(), Texts{"term 102"});
+    sv.OnExit(102, 0, now);
+    LaunchAll();
+    EXPECT_EQ(launcher.Take(), (Texts{"spawn db", "spawn safe"}));
+    Ready("db");
+    Up("safe");
+    EXPECT_EQ(State(MACHINE_FG), "Degraded");
+    const GroupStatus group = *sv.GroupStatusOf(MACHINE_FG);
+    EXPECT_EQ(group.escalatedFrom, "Running");
+    EXPECT_EQ(group.lastResult, "completed");
+    EXPECT_TRUE(capture.Contains(
+        "[Supervisor][Escalating to the onFailure state][function_group=MachineFG, process=db, to=Degraded]"));
+
+    // A start limit reached in the onFailure state itself fails the group.
+    sv.OnExit(launcher.pids["safe"], 9, now);
+    EXPECT_EQ(State(MACHINE_FG), "6");
 }
 
 }  // namespace

@@ -2,11 +2,11 @@
 # Caller authorisation with DDS Security on loopback: a PKI from ara-exec-pki, emd with its own
 # identity supervising a TEST_APP that reports with the application identity, and emctl as
 # each of the other identities. The state manager may change states and the health manager
-# may list processes; the application identity's state and recovery calls fail cleanly with
-# a line naming the refusal, callers without an identity of this PKI never reach emd, and emd
-# sees nothing of any of them. Credentials that cannot be trusted
-# (a grant signed by another permissions CA, an expired certificate) stop the participant
-# with a line that says why.
+# may list processes, and both may ask emd's own status service; the application identity's
+# state, recovery and status calls fail cleanly with a line naming the refusal, callers
+# without an identity of this PKI never reach emd, and emd sees nothing of any of them.
+# Credentials that cannot be trusted (a grant signed by another permissions CA, an expired
+# certificate) stop the participant with a line that says why.
 #
 #   secured.sh EMD EMCTL TEST_APP ARA_EXEC_PKI
 set -uo pipefail
@@ -56,6 +56,11 @@ as "$pki/state_manager.xml" state set Demo On > /dev/null 2>&1 || fail "the stat
 as "$pki/health_manager.xml" ps 2> /dev/null | grep -q '^worker  *Demo  *Running' ||
     fail "the health manager does not see worker running (so the application identity could not report either)"
 pid="$(as "$pki/health_manager.xml" ps 2> /dev/null | awk '$1 == "worker" {print $4}')"
+# emd's own status service: granted to the state and health managers.
+as "$pki/state_manager.xml" status worker 2> /dev/null | grep -q "^  pid: *$pid\$" ||
+    fail "the state manager's emctl status worker does not show its pid"
+as "$pki/health_manager.xml" status Demo 2> /dev/null | grep -q '^  state: *On$' ||
+    fail "the health manager's emctl status Demo does not show On"
 
 # The application identity may report, but not change states or restart processes.
 lines_before="$(wc -l < "$work/emd.log")"
@@ -70,6 +75,7 @@ refused() {
 }
 refused EM_RPC_REQUEST_STATE_MANAGER_ state set Demo Off
 refused EM_RPC_REQUEST_PLATFORM_HEALTH_MANAGER_ restart worker
+refused EM_RPC_REQUEST_EMD_STATUS_ status worker
 # Callers outside this PKI never even match emd: one without security, one of another PKI.
 "$pki_tool" -o "$work/other" > /dev/null || fail "ara-exec-pki (a second PKI) failed"
 for outsider in "" ",file://$work/other/state_manager.xml"; do

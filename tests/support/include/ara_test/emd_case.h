@@ -43,8 +43,13 @@ inline std::string Code(ara::core::Future<void, ara::core::ErrorCode> future) {
 /// ready (a client made before finds it only with its next announcement, up to 4 s later).
 class Emd {
 public:
-    explicit Emd(const std::string& manifest)
-        : process_({EMD, "--manifest", manifest}), ready_(process_.WaitForLine("ready")) {
+    /// With `withLog`, emd's log joins its output, for WaitForText (which must then keep
+    /// reading, or a full pipe stops emd).
+    explicit Emd(const std::string& manifest, bool withLog = false)
+        : process_(withLog
+                       ? std::vector<std::string>{"/bin/sh", "-c", "exec \"$0\" --manifest \"$1\" 2>&1", EMD, manifest}
+                       : std::vector<std::string>{EMD, "--manifest", manifest}),
+          ready_(process_.WaitForLine("ready")) {
         EXPECT_TRUE(ready_);
     }
     ara_test::ChildProcess& Process() { return process_; }
