@@ -83,18 +83,18 @@ TEST(EmctlTest, EveryVerbAgainstEmd) {
     const Outcome name = Emctl("name " + std::to_string(greeter), tag);
     EXPECT_EQ(name.out, std::vector<std::string>{"greeter"});
     const Outcome table = Emctl("ps", tag);
-    ASSERT_EQ(table.out.size(), 4U);
-    EXPECT_EQ(table.out[0], "NAME     GROUP      STATE    PID");
-    EXPECT_EQ(table.out[2], "greeter  Demo       Running  " + std::to_string(greeter));
+    ASSERT_EQ(table.out.size(), 5U);
+    EXPECT_EQ(table.out[0], "NAME        GROUP      STATE    PID");
+    EXPECT_EQ(table.out[3], "greeter     Demo       Running  " + std::to_string(greeter));
 
     ara::quill::common::jsonParser::Document json;
     const Outcome list = Emctl("ps --json", tag);
     ASSERT_EQ(list.out.size(), 1U);
     ASSERT_EQ(json.ParseText(list.out[0]), ara::quill::common::jsonParser::PARSE_SUCCESS);
-    ASSERT_EQ(json.Size(), 3U);
-    EXPECT_EQ(json.Element(1).Member("name").GetString(), "greeter");
-    EXPECT_EQ(json.Element(1).Member("pid").GetInt(), greeter);
-    EXPECT_TRUE(json.Element(1).Member("running").GetBool());
+    ASSERT_EQ(json.Size(), 4U);
+    EXPECT_EQ(json.Element(2).Member("name").GetString(), "greeter");
+    EXPECT_EQ(json.Element(2).Member("pid").GetInt(), greeter);
+    EXPECT_TRUE(json.Element(2).Member("running").GetBool());
 
     const Outcome status = Emctl("status greeter --json", tag);
     ASSERT_EQ(json.ParseText(status.out.at(0)), ara::quill::common::jsonParser::PARSE_SUCCESS);
@@ -121,8 +121,8 @@ TEST(EmctlTest, EveryVerbAgainstEmd) {
     EXPECT_EQ(Emctl("state set Demo Off", tag).code, 0);
     const Outcome off = Emctl("ps --json", tag);
     ASSERT_EQ(json.ParseText(off.out.at(0)), ara::quill::common::jsonParser::PARSE_SUCCESS);
-    EXPECT_TRUE(json.Element(1).Member("pid").IsNull());
-    EXPECT_EQ(json.Element(1).Member("state").GetString(), "Idle");
+    EXPECT_TRUE(json.Element(2).Member("pid").IsNull());
+    EXPECT_EQ(json.Element(2).Member("state").GetString(), "Idle");
 
     // No Execution Management on another discovery tag.
     for (const std::string args : {"state get MachineFG", "ps", "status logger"}) {

@@ -28,14 +28,14 @@ TEST_P(EmdTest, ExampleManifestThroughEveryMethod) {
     Emd emd(EXAMPLE_MANIFEST);
     EXPECT_EQ(Code(emd.state_.GetInitialMachineStateTransitionResult()), "ok");
     Alive alive = emd.Running();
-    EXPECT_EQ(alive.size(), 1U);
+    EXPECT_EQ(alive.size(), 2U);  // logger, and timekeeper which it needs
     EXPECT_EQ(emd.Listed("logger"), "Running " + std::to_string(alive["logger"]));
     EXPECT_EQ(emd.Listed("greeter"), "Idle");
     EXPECT_EQ(emd.GetState("MachineFG"), "Running");
 
     EXPECT_EQ(emd.SetState("Demo", "On"), "ok");
     alive = emd.Running();
-    EXPECT_EQ(alive.size(), 3U);
+    EXPECT_EQ(alive.size(), 4U);
     EXPECT_EQ(emd.Listed("counter"), "Running " + std::to_string(alive["counter"]));
     const auto name = emd.recovery_.GetProcessName(alive["greeter"]);
     EXPECT_TRUE(name && name.Value() == "greeter");
@@ -45,7 +45,7 @@ TEST_P(EmdTest, ExampleManifestThroughEveryMethod) {
     EXPECT_EQ(Code(emd.recovery_.ProcessRestart("counter", true)), "ok");
 
     EXPECT_EQ(emd.SetState("Demo", "Off"), "ok");
-    EXPECT_EQ(emd.Running().size(), 1U);
+    EXPECT_EQ(emd.Running().size(), 2U);
     EXPECT_EQ(emd.Listed("greeter"), "Idle");
     EXPECT_EQ(Code(emd.recovery_.ProcessRestart("greeter", false)), "Exec 6");  // does not run in Off
     EXPECT_EQ(emd.GetState("Demo"), "Off");
@@ -123,7 +123,7 @@ TEST(EmdFaultTest, KilledDaemonLeavesNoProcess) {
     Emd emd(EXAMPLE_MANIFEST);
     EXPECT_EQ(emd.SetState("Demo", "On"), "ok");
     const Alive alive = emd.Running();
-    EXPECT_EQ(alive.size(), 3U);
+    EXPECT_EQ(alive.size(), 4U);
     emd.Process().Kill(SIGKILL);
     for (const auto& [name, pid] : alive) {
         EXPECT_TRUE(ara_test::Eventually([pid = pid] { return ara_test::Gone(pid); })) << name;
