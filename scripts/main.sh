@@ -37,16 +37,20 @@ export KELP_DDS_CONFIG="<Discovery><Tag>demo-$$</Tag></Discovery>"
 
 step() { printf '\n=== %s\n' "$*"; }
 fail() { echo "DEMO FAILED: $*" >&2; exit 1; }
-# The live children of a pid, as "pid name" lines (the name is the first argument).
+# The live children of a pid, as "pid name" lines (the name is the first argument, without
+# its directory: a script's first argument is its path).
 children() {
-    local stat pid comm state ppid rest
+    local stat pid comm state ppid rest name
     for stat in /proc/[0-9]*/stat; do
         read -r pid comm state ppid rest < "$stat" 2>/dev/null || continue
         if [ "$ppid" = "$1" ] && [ "$state" != Z ]; then
-            echo "$pid $(tr '\0' ' ' < "/proc/$pid/cmdline" | cut -d' ' -f2)"
+            name="$(tr '\0' ' ' < "/proc/$pid/cmdline" | cut -d' ' -f2)"
+            echo "$pid ${name##*/}"
         fi
     done
 }
+# When a pid started, in clock ticks since boot (field 22 of its stat).
+started() { sed -e 's/^.*) //' "/proc/$1/stat" | cut -d' ' -f20; }
 expect_children() {
     local seen
     seen="$(children "$emd_pid" | awk '{print $2}' | sort | tr '\n' ' ')"
@@ -60,14 +64,30 @@ emd_pid=$!
 trap 'kill -KILL "$emd_pid" 2>/dev/null || true' EXIT
 "$bin/emctl" wait-ready --timeout 30 || fail "emd did not come up"
 
-step "emctl ps: MachineFG is Running, so only logger runs"
+step "emctl ps: MachineFG is Running, so logger runs, and timekeeper, which logger needs"
 "$bin/emctl" ps || fail "ps"
-expect_children "logger "
+expect_children "logger timekeeper "
+keeper="$(children "$emd_pid" | awk '$2 == "timekeeper" {print $1}')"
+logger="$(children "$emd_pid" | awk '$2 == "logger" {print $1}')"
+echo "from /proc: timekeeper started at tick $(started "$keeper"), logger at tick $(started "$logger")"
+[ "$(started "$keeper")" -le "$(started "$logger")" ] || fail "logger started before timekeeper"
 
-step "emctl state set Demo On: greeter and counter start"
+step "emctl status timekeeper: a shell script, made ready by systemd-notify, under a watchdog"
+"$bin/emctl" status timekeeper || fail "status timekeeper"
+"$bin/emctl" status timekeeper --json | grep -q '"readiness": *"notify"' || fail "timekeeper is not notify-ready"
+"$bin/emctl" status MachineFG || fail "status MachineFG"
+
+step "emctl state set Demo On: counter starts, then greeter, which needs it"
 "$bin/emctl" state set Demo On || fail "state set Demo On"
 "$bin/emctl" ps || fail "ps"
-expect_children "counter greeter logger "
+expect_children "counter greeter logger timekeeper "
+
+step "emctl blame: how long each process of the last transitions took to be ready"
+"$bin/emctl" blame || fail "blame"
+[ "$("$bin/emctl" blame Demo | wc -l)" -eq 2 ] || fail "blame Demo does not list greeter and counter"
+
+step "emctl graph: the dependencies, as Graphviz dot"
+"$bin/emctl" graph || fail "graph"
 
 step "emctl restart greeter: a new process replaces the old one"
 old="$("$bin/emctl" ps | awk '$1 == "greeter" {print $4}')"
@@ -83,10 +103,10 @@ echo "$name"
 
 step "emctl state set Demo Off: greeter and counter stop"
 "$bin/emctl" state set Demo Off || fail "state set Demo Off"
-expect_children "logger "
+expect_children "logger timekeeper "
 "$bin/emctl" state get Demo --json || fail "state get"
 
-step "SIGTERM to emd: it stops logger and exits 0"
+step "SIGTERM to emd: it stops logger, then timekeeper, and exits 0"
 pids="$(children "$emd_pid" | awk '{print $1}')"
 kill -TERM "$emd_pid"
 status=0
@@ -100,9 +120,12 @@ for pid in $pids; do
     fi
 done
 echo "nothing left running"
+first_stop="$(grep -o 'Stopping\]\[process=[a-z]*' "$log" | head -1)"
+echo "first stopped: ${first_stop#*=}"
+[ "${first_stop#*=}" = logger ] || fail "timekeeper was stopped before logger, which needs it"
 
 step "what emd logged"
-grep -E '\[Supervisor\]\[(Transition (begins|completed|ended)|Launched|Reported|Process exited|Stopping|Restart)' "$log" |
+grep -E '\[Supervisor\]\[(Transition (begins|completed|ended)|Launched|Reported|Ready|Process exited|Stopping|Restart)' "$log" |
     sed -e 's/^[^ ]* //' || true
 
 # The same machine with DDS Security, set up as README's "Securing Execution Management" says:
@@ -123,14 +146,14 @@ trap 'kill -KILL "$emd_pid" 2>/dev/null || true' EXIT
 as state_manager wait-ready --timeout 30 || fail "the state manager cannot reach emd"
 as state_manager state set Demo On || fail "state set Demo On as the state manager"
 as health_manager ps || fail "ps as the health manager"
-expect_children "counter greeter logger "
+expect_children "counter greeter logger timekeeper "
 
 step "an application may not change states: refused before anything is sent"
 status=0
 ARA_LOG_SINK=console as applications state set Demo Off 2> "$build/refused.log" || status=$?
 grep -m1 'Security refused' "$build/refused.log" | sed -e 's/^[^ ]* //' || fail "no refusal line"
 [ "$status" -eq 3 ] || fail "the application's state set ended with $status, not 3"
-expect_children "counter greeter logger "
+expect_children "counter greeter logger timekeeper "
 kill -TERM "$emd_pid"
 wait "$emd_pid" || fail "secured emd exited with $?"
 trap - EXIT
