@@ -174,6 +174,18 @@ enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2 };
     ChildFail(statusFd, kExec, errno);
 }
 
+/// Where the digits of the WATCHDOG_PID entry of `env` start; the child fills them in. Kept
+/// out of line: what it computes lives across the vfork in memory, not in a register.
+[[gnu::noinline]] char* PidSlot(std::vector<std::string>& env) {
+    char* slot = nullptr;
+    for (std::string& entry : env) {
+        if (Assigns(entry, WATCHDOG_PID)) {
+            slot = entry.data() + std::strlen(WATCHDOG_PID) + 1U;
+        }
+    }
+    return slot;
+}
+
 }  // namespace
 
 SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
@@ -199,12 +211,8 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
         ours.push_back(std::string(WATCHDOG_PID) + "=" + std::string(PID_DIGITS, '0'));
     }
     std::vector<std::string> env = ChildEnvironment(ours, process.environment);
-    char* pidSlot = nullptr;
-    for (std::string& entry : env) {
-        if (ownPid && Assigns(entry, WATCHDOG_PID)) {
-            pidSlot = entry.data() + std::strlen(WATCHDOG_PID) + 1U;  // the child fills it in
-        }
-    }
+    // Kept in memory across the vfork (volatile), so that the child reads what the parent wrote.
+    char* volatile const pidSlot = ownPid ? PidSlot(env) : nullptr;
     const std::vector<char*> argv = Pointers(args);
     const std::vector<char*> envp = Pointers(env);
 

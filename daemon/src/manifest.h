@@ -49,9 +49,9 @@ struct Dependency {
 struct RestartPolicy {
     /// Restarts after unexpected exits allowed within `window`; 0: never restart.
     unsigned int maxRestarts{0U};
-    std::chrono::milliseconds backoff{1000};    ///< wait before the first restart
-    std::chrono::milliseconds backoffMax{0};    ///< the wait doubles per restart up to this; 0: `backoff`, no doubling
-    std::chrono::milliseconds window{0};        ///< restarts older than this are forgotten; 0: never forgotten
+    std::chrono::milliseconds backoff{1000};  ///< wait before the first restart
+    std::chrono::milliseconds backoffMax{0};  ///< the wait doubles per restart up to this; 0: `backoff`, no doubling
+    std::chrono::milliseconds window{0};      ///< restarts older than this are forgotten; 0: never forgotten
 };
 
 struct ProcessConfig {
@@ -65,9 +65,9 @@ struct ProcessConfig {
     std::chrono::milliseconds startupTimeout{3000};      ///< spawn to kRunning report
     std::chrono::milliseconds terminationTimeout{2000};  ///< SIGTERM to SIGKILL
     RestartPolicy restart;
-    std::vector<Dependency> dependsOn;                   ///< in manifest order
+    std::vector<Dependency> dependsOn;  ///< in manifest order
     Readiness readiness{Readiness::kReport};
-    std::chrono::milliseconds watchdog{0};               ///< WATCHDOG=1 period once ready; 0: none
+    std::chrono::milliseconds watchdog{0};  ///< WATCHDOG=1 period once ready; 0: none
 };
 
 struct Manifest {

@@ -58,7 +58,7 @@ target_compile_definitions(emctl_test PRIVATE EMD="$<TARGET_FILE:emd>" EMCTL="$<
 add_dependencies(emctl_test emd emctl emd_test_app demo_app)
 
 # emd supervising shell scripts that use systemd-notify, and sleep: dependency order, the
-# watchdog, escalation, and a refused dependency cycle.
+# watchdog and escalation.
 ara_exec_add_test(NAME emd_supervision_test SOURCES emd_supervision_test.cpp LINK ara_exec)
 target_compile_definitions(emd_supervision_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
 add_dependencies(emd_supervision_test emd)

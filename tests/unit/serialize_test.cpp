@@ -416,42 +416,6 @@ TEST(SomeipTest, DecoderRefusesMalformedInputWithItsLog) {
     EXPECT_TRUE(capture.Contains("GetValue failed for Vector deserialization, insufficient data!"));
 }
 
-// Encode then decode gives back the list under every setting below.
-TEST(SomeipTest, ProcessListsRoundTripUnderManySettings) {
-    const List list = {Process{"", "", "", "", false},
-                       Process{"em_daemon", "MachineFG", "Running", "kRunning", true},
-                       Process{std::string(300U, 'p'), "fg", "Terminated", "", false}};
-    std::vector<std::pair<SerializeConfig, NodePtr>> settings;
-    for (const ByteOrder order : {BE, LE}) {
-        for (const std::uint64_t size : {0U, 1U, 2U, 4U}) {  // structure and list length fields
-            settings.emplace_back(Lengths(size, size == 1U ? 0U : size, order), nullptr);
-        }
-        std::vector<NodePtr> elements = {TlvProcessNode(false, 2U, order), TlvProcessNode(true, 4U, order)};
-        for (const std::uint8_t alignment : {std::uint8_t{0U}, std::uint8_t{4U}, std::uint8_t{8U}}) {
-            elements.push_back(Node(4U, order));  // members of their own settings
-            elements.back()->structLengthFieldSize = 4U;
-            elements.back()->children = std::make_shared<SerializationNodeList>();
-            for (std::uint8_t i = 0U; i < 5U; ++i) {
-                elements.back()->children->push_back(Node(i % 2U == 0U ? 2U : 4U, order, NO_ID, alignment));
-                elements.back()->children->back()->rawString = (i == 1U);
-                elements.back()->children->back()->skipPadding = (i == 2U);
-            }
-        }
-        for (const auto& element : elements) {
-            settings.emplace_back(DEFAULTS, Node(4U, order));
-            settings.back().second->children = std::make_shared<SerializationNodeList>(SerializationNodeList{element});
-        }
-    }
-    for (std::size_t i = 0U; i < settings.size(); ++i) {
-        const auto& [config, node] = settings[i];
-        const Bytes bytes = Encode(list, config, node);
-        ASSERT_FALSE(bytes.empty()) << "setting " << i;
-        const Deserializer<List> reader(bytes.data(), bytes.size(), config, node);
-        EXPECT_EQ(reader.GetSize(), bytes.size()) << "setting " << i;
-        EXPECT_EQ(reader.GetValue(), list) << "setting " << i;
-    }
-}
-
 // ---- DDS --------------------------------------------------------------------------------
 template <typename T>
 using DdsReader = kelp::serialize::dds::Deserializer<T>;

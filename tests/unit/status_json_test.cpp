@@ -47,40 +47,4 @@ TEST(StatusJsonTest, TextsAreEscapedAndInvalidUtf8Replaced) {
     }
 }
 
-TEST(StatusJsonTest, DocumentsReadBackWithNullsForWhatIsAbsent) {
-    ProcessStatus process;
-    process.name = "we\"ird";
-    process.functionGroup = "Demo";
-    process.phase = "Starting";
-    process.statusText = "half\nway \xFF";
-    process.readyAfter = std::chrono::milliseconds(1234);
-    process.dependsOn = {{"db", Condition::kRunning}, {"migrate", Condition::kTerminated}};
-    Document p;
-    ASSERT_EQ(p.ParseText(ProcessStatusJson(process)), PARSE_SUCCESS);
-    EXPECT_EQ(p.Member("name").GetString(), "we\"ird");
-    EXPECT_TRUE(p.HasMember("pid") && p.Member("pid").IsNull());  // no OS process
-    EXPECT_EQ(p.Member("statusText").GetString(), "half\nway \xEF\xBF\xBD");
-    EXPECT_TRUE(p.HasMember("lastExit") && p.Member("lastExit").IsNull());
-    EXPECT_EQ(p.Member("readyAfterMs").GetInt64(), 1234);
-    EXPECT_TRUE(p.HasMember("sinceWatchdogMs") && p.Member("sinceWatchdogMs").IsNull());
-    ASSERT_EQ(p.Member("dependsOn").Size(), 2U);
-    EXPECT_EQ(p.Member("dependsOn").Element(1).Member("condition").GetString(), "terminated");
-
-    Manifest manifest;
-    manifest.processes.resize(2U);
-    manifest.processes[0].name = "a";
-    manifest.processes[1].name = "b";
-    manifest.processes[1].dependsOn = {{"a", Condition::kRunning}};
-    Document d;
-    ASSERT_EQ(d.ParseText(DependenciesJson(manifest)), PARSE_SUCCESS);
-    ASSERT_EQ(d.Member("processes").Size(), 2U);
-    EXPECT_EQ(d.Member("processes").Element(0).Member("dependsOn").Size(), 0U);
-    EXPECT_EQ(d.Member("processes").Element(1).Member("dependsOn").Element(0).Member("process").GetString(), "a");
-
-    Document b;
-    ASSERT_EQ(b.ParseText(BlameJson("", {})), PARSE_SUCCESS);
-    EXPECT_TRUE(b.HasMember("functionGroup") && b.Member("functionGroup").IsNull());
-    EXPECT_TRUE(b.Member("processes").IsArray());
-}
-
 }  // namespace
