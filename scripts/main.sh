@@ -42,7 +42,7 @@ fail() { echo "DEMO FAILED: $*" >&2; exit 1; }
 children() {
     local stat pid comm state ppid rest name
     for stat in /proc/[0-9]*/stat; do
-        read -r pid comm state ppid rest < "$stat" 2>/dev/null || continue
+        read -r pid comm state ppid rest 2>/dev/null < "$stat" || continue  # it may be gone
         if [ "$ppid" = "$1" ] && [ "$state" != Z ]; then
             name="$(tr '\0' ' ' < "/proc/$pid/cmdline" | cut -d' ' -f2)"
             echo "$pid ${name##*/}"
@@ -120,7 +120,7 @@ for pid in $pids; do
     fi
 done
 echo "nothing left running"
-first_stop="$(grep -o 'Stopping\]\[process=[a-z]*' "$log" | head -1)"
+first_stop="$(sed -n '/\[Supervisor\]\[Shutting down\]/,$p' "$log" | grep -o 'Stopping\]\[process=[a-z]*' | head -1)"
 echo "first stopped: ${first_stop#*=}"
 [ "${first_stop#*=}" = logger ] || fail "timekeeper was stopped before logger, which needs it"
 
