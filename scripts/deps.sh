@@ -15,9 +15,23 @@ ARA_EXEC_PACKAGES=(
     python3-jsonschema
 )
 
+# A daemon of the distribution that speaks the notify protocol, for emd's readiness test. It
+# is a time daemon, so it is added only where no time daemon is installed: it must never
+# replace the machine's own.
+ara_exec_add_time_daemon() {
+    local daemon
+    for daemon in chrony ntp ntpsec openntpd systemd-timesyncd; do
+        if dpkg-query -W -f='${Status}' "$daemon" 2>/dev/null | grep -q "install ok installed"; then
+            return 0
+        fi
+    done
+    ARA_EXEC_PACKAGES+=(systemd-timesyncd)
+}
+
 ara_exec_install_deps() {
     local missing=()
     local pkg
+    ara_exec_add_time_daemon
     for pkg in "${ARA_EXEC_PACKAGES[@]}"; do
         if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed"; then
             missing+=("$pkg")
