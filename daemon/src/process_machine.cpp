@@ -178,12 +178,20 @@ std::vector<ProcessAction> ProcessMachine::Handle(const ProcessEvent& event,
             }
             deadline_.reset();
             switch (phase_) {
-                case P::kStarting:
+                case P::kStarting: {
+                    // What "ready" means for it: a kRunning report, READY=1, or (a one-shot) its exit.
+                    const bool reports = config_->readiness == Readiness::kReport && !oneShot_;
                     step.Log(LogLevel::kWarn)
-                        << "[Supervisor][No kRunning report in time][process=" << name << ", pid=" << pid_
-                        << ", timeout_ms=" << config_->startupTimeout.count() << "]";
-                    StartFailed(step, "did not report kRunning in time", context, now);
+                        << (reports ? "[Supervisor][No kRunning report in time]" : "[Supervisor][Not ready in time]")
+                        << "[process=" << name << ", pid=" << pid_ << ", timeout_ms=" << config_->startupTimeout.count()
+                        << "]";
+                    StartFailed(step,
+                                reports ? "did not report kRunning in time"
+                                        : (oneShot_ ? "did not exit in time" : "was not ready in time"),
+                                context,
+                                now);
                     break;
+                }
                 case P::kTerminating:
                     if (!killed_) {
                         step.Log(LogLevel::kWarn)
@@ -409,7 +417,10 @@ void ProcessMachine::Exited(Step& step, int status, const ProcessContext& contex
                                   << ", after_ms=" << readyAfter_->count() << "]";
         step.Answer(std::nullopt);
     } else if (was == P::kStarting) {
-        StartFailed(step, oneShot_ ? "did not exit with status 0" : "exited before reporting kRunning", context, now);
+        const char* why = oneShot_                                   ? "did not exit with status 0"
+                          : config_->readiness == Readiness::kReport ? "exited before reporting kRunning"
+                                                                     : "exited before it was ready";
+        StartFailed(step, why, context, now);
         return;
     } else {  // a crash
         ApplyRestartPolicy(step, context, now);

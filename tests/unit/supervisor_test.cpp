@@ -199,7 +199,8 @@ TEST(ProcessMachineTest, EveryPhaseAndEvent) {
          "Watchdog missed, sending SIGKILL, Stopping, SIGKILL", -1, 1},
         {{"Running", of(E::kPingMissed), 5, SETTLED}, P::kTerminating,
          "Watchdog missed, sending SIGKILL, Stopping, SIGKILL", -1, 1},
-        {{"Running+kTerminating", of(E::kPing), 20, SETTLED}, P::kRunning, "", 50, 1},  // stopping: no watchdog
+        {{"Starting", of(E::kTimer), 100, MOVING}, P::kTerminating,
+         "Not ready in time, Stopping, SIGTERM, Process failed to start, fail-transition", 150, 1},
         {{"Watchdog-killed", PE::Exited(SIGKILL), 40, SETTLED}, P::kRestarting,
          "Process exited, Restart scheduled, converge", 50, 1},
         {{"Relaunched+running", PE::Exited(9), 30, SETTLED}, P::kRestarting,
