@@ -341,6 +341,23 @@ public:
     }
     const std::string& Refused() const noexcept { return refused_; }
 
+    /// Ask, with the answer parsed into `document` as well; an answer that is not a JSON
+    /// object gives its line and kUnreachable.
+    template <typename M, typename... Args>
+    int Read(
+        const Options& options, const std::string& what, std::string& json, Document& document, const Args&... args) {
+        const int code = Ask<M>(options, what, json, args...);
+        if (code != kOk) {
+            return code;
+        }
+        if (document.ParseText(json) != ara::quill::common::jsonParser::PARSE_SUCCESS || !document.IsObject()) {
+            std::cerr << "emctl: " << what << ": emd's answer is not a JSON object: " << document.GetParseError()
+                      << "\n";
+            return kUnreachable;
+        }
+        return kOk;
+    }
+
 private:
     template <typename M>
     bool Bind() {
@@ -350,15 +367,6 @@ private:
     tarn::em::util::RpcClient rpc_;
     std::string refused_;
 };
-
-/// Parses an answer of emd's own service; false (with the line) when it is not JSON.
-bool ParseAnswer(const std::string& json, Document& document, const std::string& what) {
-    if (document.ParseText(json) != ara::quill::common::jsonParser::PARSE_SUCCESS || !document.IsObject()) {
-        std::cerr << "emctl: " << what << ": emd's answer is not a JSON object: " << document.GetParseError() << "\n";
-        return false;
-    }
-    return true;
-}
 
 /// A duration of whole milliseconds as seconds with three decimals: "1.234s".
 std::string Seconds(std::int64_t milliseconds) {
@@ -433,21 +441,18 @@ int Status(const Options& options) {
     }
     // A process first; a name that is no process may be a function group.
     std::string json;
+    Document document;
     bool isProcess = true;
-    int code = emd.Ask<services::GetProcessStatus>(options, what, json, ara::core::String(name));
+    int code = emd.Read<services::GetProcessStatus>(options, what, json, document, ara::core::String(name));
     if (code == kRefused) {
         isProcess = false;
-        code = emd.Ask<services::GetGroupStatus>(options, what, json, ara::core::String(name));
+        code = emd.Read<services::GetGroupStatus>(options, what, json, document, ara::core::String(name));
         if (code == kRefused) {
             return Fail(kRefused, what, "no process or function group is named " + name);
         }
     }
     if (code != kOk) {
         return code;
-    }
-    Document document;
-    if (!ParseAnswer(json, document, what)) {
-        return kUnreachable;
     }
     if (options.json) {
         std::cout << json << "\n";
@@ -467,16 +472,10 @@ int Blame(const Options& options) {
         return Unreachable(what);
     }
     std::string json;
-    const int code = emd.Ask<services::GetBlame>(options, what, json, ara::core::String(group));
-    if (code == kRefused) {
-        return Fail(kRefused, what, "no function group is named " + group);
-    }
-    if (code != kOk) {
-        return code;
-    }
     Document document;
-    if (!ParseAnswer(json, document, what)) {
-        return kUnreachable;
+    const int code = emd.Read<services::GetBlame>(options, what, json, document, ara::core::String(group));
+    if (code != kOk) {
+        return code == kRefused ? Fail(kRefused, what, "no function group is named " + group) : code;
     }
     if (options.json) {
         std::cout << json << "\n";
@@ -514,13 +513,10 @@ int Graph(const Options& options) {
         return Unreachable("graph");
     }
     std::string json;
-    const int code = emd.Ask<services::GetDependencies>(options, "graph", json);
+    Document document;
+    const int code = emd.Read<services::GetDependencies>(options, "graph", json, document);
     if (code != kOk) {
         return code == kRefused ? Fail(kRefused, "graph", emd.Refused()) : code;
-    }
-    Document document;
-    if (!ParseAnswer(json, document, "graph")) {
-        return kUnreachable;
     }
     const Document processes = document.Member("processes");
     std::cout << "digraph emd {\n";

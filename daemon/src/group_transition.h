@@ -60,7 +60,6 @@ public:
     GroupTransition(const FunctionGroupConfig& config, std::vector<Member> members);
 
     const FunctionGroupConfig& Config() const noexcept { return *config_; }
-    const std::vector<Member>& Processes() const noexcept { return members_; }
     /// The state it is in; empty until its first transition has ended.
     const std::string& Current() const noexcept { return current_; }
     /// The state it is moving to, while a transition is under way.

@@ -472,14 +472,14 @@ void ProcessMachine::ApplyRestartPolicy(Step& step, const ProcessContext& contex
     if (restarts_.size() < policy.maxRestarts) {
         restarts_.push_back(now);
         // The wait doubles with every restart in the window, up to backoffMax.
-        backoff_ = policy.backoff;
-        for (std::size_t i = 1U; i < restarts_.size() && backoff_ < policy.backoffMax; ++i) {
-            backoff_ = std::min(backoff_ * 2, policy.backoffMax);
+        std::chrono::milliseconds backoff = policy.backoff;
+        for (std::size_t i = 1U; i < restarts_.size() && backoff < policy.backoffMax; ++i) {
+            backoff = std::min(backoff * 2, policy.backoffMax);
         }
         phase_ = ProcessPhase::kRestarting;
-        deadline_ = now + backoff_;
+        deadline_ = now + backoff;
         step.Log(LogLevel::kInfo) << "[Supervisor][Restart scheduled][process=" << config_->name
-                                  << ", in_ms=" << backoff_.count() << ", restart=" << restarts_.size() << "/"
+                                  << ", in_ms=" << backoff.count() << ", restart=" << restarts_.size() << "/"
                                   << policy.maxRestarts << "]";
         return;
     }

@@ -145,15 +145,12 @@ public:
     bool Due(Clock::time_point now) const noexcept { return deadline_ && *deadline_ <= now; }
     /// Restarts counted against the start limit (those within its window).
     unsigned int RestartsUsed() const noexcept { return static_cast<unsigned int>(restarts_.size()); }
-    bool OneShot() const noexcept { return oneShot_; }
     /// Launch to ready (a one-shot: to its successful exit) of its last start.
     std::optional<std::chrono::milliseconds> ReadyAfter() const noexcept { return readyAfter_; }
     /// Its last WATCHDOG=1, or when it became ready.
     std::optional<Clock::time_point> LastPing() const noexcept { return lastPing_; }
     /// The wait status of its last exit.
     std::optional<int> LastExit() const noexcept { return lastExit_; }
-    /// Set while it waits for a restart: how long the back-off is.
-    std::chrono::milliseconds Backoff() const noexcept { return backoff_; }
 
 private:
     /// Why a launch was asked for, which decides what its outcome leads to.
@@ -182,7 +179,6 @@ private:
     bool reportedTerminating_{false};
     bool queued_{false};
     std::vector<Clock::time_point> restarts_;  ///< when each counted restart was scheduled
-    std::chrono::milliseconds backoff_{0};
     std::optional<std::chrono::milliseconds> readyAfter_;
     std::optional<Clock::time_point> lastPing_;
     std::optional<int> lastExit_;
