@@ -8,6 +8,8 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -128,12 +130,42 @@ void CloseDescriptorsExcept(int keep) {
 }
 
 /// What the child failed at, reported to the parent through the status pipe.
-enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2 };
+enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2, kLimits = 3, kIdentity = 4 };
 
 [[noreturn]] void ChildFail(int statusFd, Stage stage, int error) {
     const int report[2] = {stage, error};
     (void)!write(statusFd, report, sizeof(report));
     _exit(127);
+}
+
+/// Applies the limits and the identity, in the child. The credentials are changed with raw
+/// system calls: glibc's setuid and friends signal every thread of the process to follow, and
+/// the threads they would find are emd's, whose memory the vfork child shares.
+void ApplyBox(int statusFd, const ProcessConfig& process) {
+    for (const Limit& limit : process.limits) {
+        const rlimit value{limit.value, limit.value};
+        if (setrlimit(limit.resource, &value) != 0) {  // before setuid: a hard limit may be raised as root
+            ChildFail(statusFd, kLimits, errno);
+        }
+    }
+    const Identity& identity = process.identity;
+    if (identity.user || !identity.supplementaryGroups.empty()) {
+        if (syscall(SYS_setgroups, identity.supplementaryGroups.size(), identity.supplementaryGroups.data()) != 0) {
+            ChildFail(statusFd, kIdentity, errno);
+        }
+    }
+    if (identity.group && syscall(SYS_setresgid, *identity.group, *identity.group, *identity.group) != 0) {
+        ChildFail(statusFd, kIdentity, errno);
+    }
+    if (identity.user && syscall(SYS_setresuid, *identity.user, *identity.user, *identity.user) != 0) {
+        ChildFail(statusFd, kIdentity, errno);
+    }
+    if (identity.umask) {
+        umask(*identity.umask);
+    }
+    if (identity.noNewPrivileges && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
+        ChildFail(statusFd, kIdentity, errno);
+    }
 }
 
 /// Runs in the child between vfork and exec.
@@ -144,7 +176,7 @@ enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2 };
                            char* const* argv,
                            char* const* envp,
                            char* pidSlot,
-                           const char* workingDirectory) {
+                           const ProcessConfig& process) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) {
         _exit(127);  // emd died before the death signal was armed
@@ -164,7 +196,8 @@ enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2 };
         ChildFail(statusFd, kStdin, errno);
     }
     CloseDescriptorsExcept(statusFd);
-    if (chdir(workingDirectory) != 0) {
+    ApplyBox(statusFd, process);
+    if (chdir(process.workingDirectory.c_str()) != 0) {
         ChildFail(statusFd, kWorkingDirectory, errno);
     }
     if (pidSlot != nullptr) {
@@ -223,7 +256,7 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
     const pid_t parent = getpid();
     const pid_t pid = vfork();  // NOLINT(cert-env33-c): see the file comment
     if (pid == 0) {
-        RunChild(parent, status[1], path.c_str(), argv.data(), envp.data(), pidSlot, process.workingDirectory.c_str());
+        RunChild(parent, status[1], path.c_str(), argv.data(), envp.data(), pidSlot, process);
     }
     const int forkError = errno;
     close(status[1]);
@@ -242,8 +275,12 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
     }
     int ignored = 0;
     waitpid(pid, &ignored, 0);
-    static const char* const STAGES[] = {"cannot open /dev/null", "cannot enter working directory", "cannot run"};
-    const int stage = report[0] >= kStdin && report[0] <= kExec ? report[0] : kExec;
+    static const char* const STAGES[] = {"cannot open /dev/null",
+                                         "cannot enter working directory",
+                                         "cannot run",
+                                         "cannot set its resource limits for",
+                                         "cannot take its user, groups or privileges for"};
+    const int stage = report[0] >= kStdin && report[0] <= kIdentity ? report[0] : kExec;
     const std::string where = stage == kWorkingDirectory ? " " + process.workingDirectory : " " + path;
     return {-1, STAGES[stage] + where + ": " + std::strerror(report[1])};
 }

@@ -5,6 +5,8 @@
 // refuses, a JSON pointer for everything else.
 #include "manifest.h"
 
+#include <grp.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -261,6 +263,98 @@ Readiness ReadReadiness(const Document& value, const std::string& place) {
     Refuse(place, "expected report, notify or spawn");
 }
 
+// A user or group by name or by number; the names resolve through the system's databases.
+template <typename Id, typename Lookup>
+Id ReadAccount(const Document& value, const std::string& place, const char* what, Lookup lookup) {
+    if (value.IsUint()) {
+        return static_cast<Id>(value.GetUint());
+    }
+    const std::string name = ReadText(value, place);
+    const std::optional<Id> id = lookup(name);
+    if (!id) {
+        Refuse(place, std::string("unknown ") + what + " " + name);
+    }
+    return *id;
+}
+
+std::optional<uid_t> UserId(const std::string& name) {
+    const passwd* entry = ::getpwnam(name.c_str());
+    return entry != nullptr ? std::optional<uid_t>(entry->pw_uid) : std::nullopt;
+}
+
+std::optional<gid_t> GroupId(const std::string& name) {
+    const group* entry = ::getgrnam(name.c_str());
+    return entry != nullptr ? std::optional<gid_t>(entry->gr_gid) : std::nullopt;
+}
+
+// "user", "group", "supplementaryGroups", "umask" (an octal text such as "0027"),
+// "noNewPrivileges". A user without "group" runs with the user's primary group.
+Identity ReadIdentity(const Members& members) {
+    Identity identity;
+    if (members.Has("user")) {
+        identity.user = ReadAccount<uid_t>(members.Get("user"), members.Child("user"), "user", UserId);
+        if (const passwd* entry = ::getpwuid(*identity.user); entry != nullptr && !members.Has("group")) {
+            identity.group = entry->pw_gid;
+        }
+    }
+    if (members.Has("group")) {
+        identity.group = ReadAccount<gid_t>(members.Get("group"), members.Child("group"), "group", GroupId);
+    }
+    if (members.Has("supplementaryGroups")) {
+        const Document list = members.Get("supplementaryGroups");
+        const std::string place = members.Child("supplementaryGroups");
+        if (!list.IsArray()) {
+            Refuse(place, "expected an array of group names or ids");
+        }
+        for (std::size_t i = 0U; i < list.Size(); ++i) {
+            identity.supplementaryGroups.push_back(
+                ReadAccount<gid_t>(list.Element(i), Pointer(place, i), "group", GroupId));
+        }
+    }
+    if (members.Has("umask")) {
+        const std::string place = members.Child("umask");
+        const std::string text = ReadText(members.Get("umask"), place);
+        if (text.empty() || text.size() > 4U || text.find_first_not_of("01234567") != std::string::npos) {
+            Refuse(place, "expected an octal mask such as \"0027\"");
+        }
+        identity.umask = static_cast<mode_t>(std::stoul(text, nullptr, 8));
+    }
+    if (members.Has("noNewPrivileges")) {
+        const Document flag = members.Get("noNewPrivileges");
+        if (!flag.IsBool()) {
+            Refuse(members.Child("noNewPrivileges"), "expected true or false");
+        }
+        identity.noNewPrivileges = flag.GetBool();
+    }
+    return identity;
+}
+
+// "limits": {"nofile": 64, ...}; each value is both the soft and the hard limit, a whole
+// number or "infinity".
+std::vector<Limit> ReadLimits(const Document& value, const std::string& place) {
+    static const std::pair<const char*, int> NAMES[] = {{"nofile", RLIMIT_NOFILE},
+                                                        {"core", RLIMIT_CORE},
+                                                        {"as", RLIMIT_AS},
+                                                        {"nproc", RLIMIT_NPROC},
+                                                        {"memlock", RLIMIT_MEMLOCK},
+                                                        {"rtprio", RLIMIT_RTPRIO},
+                                                        {"stack", RLIMIT_STACK}};
+    const Members members(value, place, {"nofile", "core", "as", "nproc", "memlock", "rtprio", "stack"});
+    std::vector<Limit> limits;
+    for (const auto& [name, resource] : NAMES) {
+        if (!members.Has(name)) {
+            continue;
+        }
+        const Document limit = members.Get(name);
+        const bool infinite = limit.IsString() && limit.GetString() == "infinity";
+        const rlim_t number = infinite
+                                  ? RLIM_INFINITY
+                                  : static_cast<rlim_t>(ReadNumber(limit, members.Child(name), 0U, RLIM_INFINITY - 1U));
+        limits.push_back({resource, number});
+    }
+    return limits;
+}
+
 ProcessConfig ReadProcess(const std::string& name,
                           const Document& value,
                           const std::string& place,
@@ -278,7 +372,13 @@ ProcessConfig ReadProcess(const std::string& name,
                            "restart",
                            "dependsOn",
                            "readiness",
-                           "watchdogMs"});
+                           "watchdogMs",
+                           "user",
+                           "group",
+                           "supplementaryGroups",
+                           "umask",
+                           "noNewPrivileges",
+                           "limits"});
     ProcessConfig process;
     process.name = name;
 
@@ -341,6 +441,10 @@ ProcessConfig ReadProcess(const std::string& name,
     }
     if (members.Has("watchdogMs")) {
         process.watchdog = ReadMs(members.Get("watchdogMs"), members.Child("watchdogMs"), 0U, MAX_TIMEOUT_MS);
+    }
+    process.identity = ReadIdentity(members);
+    if (members.Has("limits")) {
+        process.limits = ReadLimits(members.Get("limits"), members.Child("limits"));
     }
     return process;
 }

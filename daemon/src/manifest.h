@@ -5,8 +5,12 @@
 #ifndef TARN_EM_DAEMON_MANIFEST_H
 #define TARN_EM_DAEMON_MANIFEST_H
 
+#include <sys/resource.h>
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -54,6 +58,22 @@ struct RestartPolicy {
     std::chrono::milliseconds window{0};      ///< restarts older than this are forgotten; 0: never forgotten
 };
 
+/// Who a process runs as and what it may use; every member set here takes effect in the
+/// child before its exec, or the launch fails.
+struct Identity {
+    std::optional<uid_t> user;               ///< setuid; none: emd's own
+    std::optional<gid_t> group;              ///< setgid; none: the user's primary group, or emd's own
+    std::vector<gid_t> supplementaryGroups;  ///< setgroups; set whenever `user` or this is given
+    std::optional<mode_t> umask;
+    bool noNewPrivileges{false};  ///< PR_SET_NO_NEW_PRIVS
+};
+
+/// One resource limit: RLIMIT_* and its soft and hard value.
+struct Limit {
+    int resource{0};
+    rlim_t value{0};
+};
+
 struct ProcessConfig {
     std::string name;                                    ///< unique short name; what GetProcessName answers
     std::string executable;                              ///< absolute path of an executable file
@@ -68,6 +88,8 @@ struct ProcessConfig {
     std::vector<Dependency> dependsOn;  ///< in manifest order
     Readiness readiness{Readiness::kReport};
     std::chrono::milliseconds watchdog{0};  ///< WATCHDOG=1 period once ready; 0: none
+    Identity identity;
+    std::vector<Limit> limits;  ///< in manifest order
 };
 
 struct Manifest {
