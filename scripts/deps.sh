@@ -11,7 +11,7 @@ ARA_EXEC_PACKAGES=(
     systemd
     libgtest-dev libgmock-dev libbenchmark-dev
     clang-14 libclang-rt-14-dev
-    iproute2 util-linux
+    iproute2 util-linux libcap-dev
     python3-jsonschema
 )
 

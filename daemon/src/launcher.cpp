@@ -6,7 +6,9 @@
 #include "launcher.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/capability.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -14,9 +16,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <vector>
 
 #include "tarn/em/util/file_system.h"
@@ -130,7 +134,15 @@ void CloseDescriptorsExcept(int keep) {
 }
 
 /// What the child failed at, reported to the parent through the status pipe.
-enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2, kLimits = 3, kIdentity = 4 };
+enum Stage : int {
+    kStdin = 0,
+    kWorkingDirectory = 1,
+    kExec = 2,
+    kLimits = 3,
+    kIdentity = 4,
+    kScheduling = 5,
+    kCapabilities = 6,
+};
 
 [[noreturn]] void ChildFail(int statusFd, Stage stage, int error) {
     const int report[2] = {stage, error};
@@ -138,17 +150,85 @@ enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2, kLimits = 3, kI
     _exit(127);
 }
 
-/// Applies the limits and the identity, in the child. The credentials are changed with raw
-/// system calls: glibc's setuid and friends signal every thread of the process to follow, and
-/// the threads they would find are emd's, whose memory the vfork child shares.
-void ApplyBox(int statusFd, const ProcessConfig& process) {
+/// What the child applies that must be built beforehand: libcap allocates, the child may not.
+struct Prepared {
+    /// Permitted, effective and inheritable sets after the identity change; null: none is set.
+    cap_t capabilities{nullptr};
+    cap_value_t capabilityCount{0};  ///< what the running kernel knows: 0..count-1
+    cpu_set_t affinity{};
+    ~Prepared() {
+        if (capabilities != nullptr) {
+            cap_free(capabilities);
+        }
+    }
+};
+
+bool Bounded(const Identity& identity, cap_value_t capability) {
+    const std::vector<int>& bounding = *identity.boundingCapabilities;
+    return std::find(bounding.begin(), bounding.end(), capability) != bounding.end();
+}
+
+/// A process that runs as root keeps its bounding set (all it could get back by an exec); one
+/// that runs as a user keeps its ambient set, which the kernel hands on across the exec.
+bool Prepare(const ProcessConfig& process, Prepared& prepared) {
+    CPU_ZERO(&prepared.affinity);
+    for (const int cpu : process.cpuAffinity) {
+        CPU_SET(static_cast<std::size_t>(cpu), &prepared.affinity);
+    }
+    const Identity& identity = process.identity;
+    if (!identity.boundingCapabilities && identity.ambientCapabilities.empty()) {
+        return true;
+    }
+    prepared.capabilityCount = static_cast<cap_value_t>(cap_max_bits());
+    prepared.capabilities = cap_init();
+    if (prepared.capabilities == nullptr) {
+        return false;
+    }
+    const bool root = identity.user.value_or(geteuid()) == 0U;
+    std::vector<cap_value_t> kept;
+    if (root && identity.boundingCapabilities) {
+        kept.assign(identity.boundingCapabilities->begin(), identity.boundingCapabilities->end());
+    } else {
+        kept.assign(identity.ambientCapabilities.begin(), identity.ambientCapabilities.end());
+    }
+    if (kept.empty()) {
+        return true;
+    }
+    const int count = static_cast<int>(kept.size());
+    return cap_set_flag(prepared.capabilities, CAP_PERMITTED, count, kept.data(), CAP_SET) == 0 &&
+           cap_set_flag(prepared.capabilities, CAP_EFFECTIVE, count, kept.data(), CAP_SET) == 0 &&
+           cap_set_flag(prepared.capabilities, CAP_INHERITABLE, count, kept.data(), CAP_SET) == 0;
+}
+
+/// Applies the limits, the scheduling and the identity, in the child. The credentials are
+/// changed with raw system calls: glibc's setuid and friends signal every thread of the
+/// process to follow, and the threads they would find are emd's, whose memory the vfork child
+/// shares. libcap's setters are plain system calls on the calling thread, which is the child.
+void ApplyBox(int statusFd, const ProcessConfig& process, const Prepared& prepared) {
     for (const Limit& limit : process.limits) {
         const rlimit value{limit.value, limit.value};
         if (setrlimit(limit.resource, &value) != 0) {  // before setuid: a hard limit may be raised as root
             ChildFail(statusFd, kLimits, errno);
         }
     }
+    if (!process.cpuAffinity.empty() && sched_setaffinity(0, sizeof(prepared.affinity), &prepared.affinity) != 0) {
+        ChildFail(statusFd, kScheduling, errno);
+    }
+    if (process.scheduling) {
+        const sched_param param{process.scheduling->priority};
+        if (sched_setscheduler(0, process.scheduling->policy, &param) != 0 ||
+            (process.scheduling->nice != 0 && setpriority(PRIO_PROCESS, 0, process.scheduling->nice) != 0)) {
+            ChildFail(statusFd, kScheduling, errno);
+        }
+    }
     const Identity& identity = process.identity;
+    if (identity.boundingCapabilities) {  // while emd's CAP_SETPCAP is still there
+        for (cap_value_t capability = 0; capability < prepared.capabilityCount; ++capability) {
+            if (!Bounded(identity, capability) && cap_drop_bound(capability) != 0) {
+                ChildFail(statusFd, kCapabilities, errno);
+            }
+        }
+    }
     if (identity.user || !identity.supplementaryGroups.empty()) {
         if (syscall(SYS_setgroups, identity.supplementaryGroups.size(), identity.supplementaryGroups.data()) != 0) {
             ChildFail(statusFd, kIdentity, errno);
@@ -157,8 +237,22 @@ void ApplyBox(int statusFd, const ProcessConfig& process) {
     if (identity.group && syscall(SYS_setresgid, *identity.group, *identity.group, *identity.group) != 0) {
         ChildFail(statusFd, kIdentity, errno);
     }
+    // Keeps the permitted set across the change of user; what is kept is narrowed right after.
+    if (prepared.capabilities != nullptr && prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) != 0) {
+        ChildFail(statusFd, kCapabilities, errno);
+    }
     if (identity.user && syscall(SYS_setresuid, *identity.user, *identity.user, *identity.user) != 0) {
         ChildFail(statusFd, kIdentity, errno);
+    }
+    if (prepared.capabilities != nullptr) {
+        if (cap_set_proc(prepared.capabilities) != 0) {
+            ChildFail(statusFd, kCapabilities, errno);
+        }
+        for (const int capability : identity.ambientCapabilities) {
+            if (cap_set_ambient(capability, CAP_SET) != 0) {
+                ChildFail(statusFd, kCapabilities, errno);
+            }
+        }
     }
     if (identity.umask) {
         umask(*identity.umask);
@@ -176,17 +270,21 @@ void ApplyBox(int statusFd, const ProcessConfig& process) {
                            char* const* argv,
                            char* const* envp,
                            char* pidSlot,
-                           const ProcessConfig& process) {
+                           const ProcessConfig& process,
+                           const Prepared& prepared) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) {
         _exit(127);  // emd died before the death signal was armed
     }
-    setpgid(0, 0);
-    // Dispositions first, then the mask: no handler of emd's may run in the child.
+    setsid();  // a session and process group of its own: no terminal of emd's, one group to signal
+    // Dispositions first, then the mask: no handler of emd's may run in the child, and nothing
+    // emd ignores stays ignored (an ignored disposition survives exec).
     struct sigaction byDefault {};
     byDefault.sa_handler = SIG_DFL;
-    for (const int signal : {SIGPIPE, SIGTERM, SIGINT, SIGCHLD}) {
-        sigaction(signal, &byDefault, nullptr);
+    for (int signal = 1; signal < NSIG; ++signal) {
+        if (signal != SIGKILL && signal != SIGSTOP) {
+            sigaction(signal, &byDefault, nullptr);  // fails harmlessly for the ones libc reserves
+        }
     }
     sigset_t none;
     sigemptyset(&none);
@@ -196,7 +294,7 @@ void ApplyBox(int statusFd, const ProcessConfig& process) {
         ChildFail(statusFd, kStdin, errno);
     }
     CloseDescriptorsExcept(statusFd);
-    ApplyBox(statusFd, process);
+    ApplyBox(statusFd, process, prepared);
     if (chdir(process.workingDirectory.c_str()) != 0) {
         ChildFail(statusFd, kWorkingDirectory, errno);
     }
@@ -222,6 +320,13 @@ void ApplyBox(int statusFd, const ProcessConfig& process) {
 }  // namespace
 
 SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
+    const auto start = std::chrono::steady_clock::now();
+    SpawnResult result = Launch(process);
+    result.cost = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
+    return result;
+}
+
+SpawnResult PosixLauncher::Launch(const ProcessConfig& process) {
     using tarn::em::util::FileSystem;
     const std::string& path = process.executable;
     if (path.empty() || path.front() != '/' || !FileSystem::IsExecutable(path) || FileSystem::IsFolder(path)) {
@@ -249,6 +354,11 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
     const std::vector<char*> argv = Pointers(args);
     const std::vector<char*> envp = Pointers(env);
 
+    Prepared prepared;
+    if (!Prepare(process, prepared)) {
+        return {-1, std::string("cannot prepare the capabilities: ") + std::strerror(errno)};
+    }
+
     int status[2] = {-1, -1};
     if (pipe2(status, O_CLOEXEC) != 0) {
         return {-1, std::string("pipe failed: ") + std::strerror(errno)};
@@ -256,7 +366,7 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
     const pid_t parent = getpid();
     const pid_t pid = vfork();  // NOLINT(cert-env33-c): see the file comment
     if (pid == 0) {
-        RunChild(parent, status[1], path.c_str(), argv.data(), envp.data(), pidSlot, process);
+        RunChild(parent, status[1], path.c_str(), argv.data(), envp.data(), pidSlot, process, prepared);
     }
     const int forkError = errno;
     close(status[1]);
@@ -279,8 +389,10 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
                                          "cannot enter working directory",
                                          "cannot run",
                                          "cannot set its resource limits for",
-                                         "cannot take its user, groups or privileges for"};
-    const int stage = report[0] >= kStdin && report[0] <= kIdentity ? report[0] : kExec;
+                                         "cannot take its user, groups or privileges for",
+                                         "cannot take its CPU affinity or scheduling for",
+                                         "cannot take its capabilities for"};
+    const int stage = report[0] >= kStdin && report[0] <= kCapabilities ? report[0] : kExec;
     const std::string where = stage == kWorkingDirectory ? " " + process.workingDirectory : " " + path;
     return {-1, STAGES[stage] + where + ": " + std::strerror(report[1])};
 }

@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <string>
 #include <utility>
 
@@ -16,6 +17,8 @@ namespace tarn::em::daemon {
 struct SpawnResult {
     pid_t pid{-1};      ///< the started process, or -1
     std::string error;  ///< why it did not start, when pid is -1
+    /// What the launch cost emd: from the call until the child ran its executable or failed.
+    std::chrono::microseconds cost{0};
 };
 
 class Launcher {
@@ -45,6 +48,8 @@ public:
     bool Signal(pid_t pid, int signal) override;
 
 private:
+    SpawnResult Launch(const ProcessConfig& process);
+
     std::string notifyAddress_;
 };
 

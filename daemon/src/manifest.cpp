@@ -7,6 +7,8 @@
 
 #include <grp.h>
 #include <pwd.h>
+#include <sched.h>
+#include <sys/capability.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,6 +20,7 @@
 #include <utility>
 
 #include "ara/quill/common/jsonParser/document.h"
+#include "tarn/em/util/file_system.h"
 
 namespace tarn::em::daemon {
 
@@ -355,6 +358,141 @@ std::vector<Limit> ReadLimits(const Document& value, const std::string& place) {
     return limits;
 }
 
+// A capability by its name, "CAP_NET_BIND_SERVICE", through libcap; one this kernel does
+// not have is refused, as a set that silently lacked it would be.
+int ReadCapability(const Document& value, const std::string& place) {
+    const std::string name = ReadText(value, place);
+    cap_value_t capability = 0;
+    if (name.compare(0U, 4U, "CAP_") != 0 || name.find('\0') != std::string::npos ||
+        cap_from_name(name.c_str(), &capability) != 0) {
+        Refuse(place, "unknown capability " + name);
+    }
+    if (capability >= static_cast<cap_value_t>(cap_max_bits())) {
+        Refuse(place, "capability " + name + " is not known to this kernel");
+    }
+    return capability;
+}
+
+std::vector<int> ReadCapabilityList(const Document& value, const std::string& place) {
+    if (!value.IsArray()) {
+        Refuse(place, "expected an array of capability names");
+    }
+    std::set<int> seen;
+    std::vector<int> capabilities;
+    for (std::size_t i = 0U; i < value.Size(); ++i) {
+        const int capability = ReadCapability(value.Element(i), Pointer(place, i));
+        if (!seen.insert(capability).second) {
+            Refuse(Pointer(place, i), "duplicate capability");
+        }
+        capabilities.push_back(capability);
+    }
+    return capabilities;
+}
+
+// "capabilities": {"bounding": [...], "ambient": [...]}; the ambient ones must be bounded.
+void ReadCapabilities(const Document& value, const std::string& place, Identity& identity) {
+    const Members members(value, place, {"bounding", "ambient"});
+    if (members.Has("bounding")) {
+        identity.boundingCapabilities = ReadCapabilityList(members.Get("bounding"), members.Child("bounding"));
+    }
+    if (members.Has("ambient")) {
+        identity.ambientCapabilities = ReadCapabilityList(members.Get("ambient"), members.Child("ambient"));
+    }
+    if (identity.boundingCapabilities) {
+        const std::vector<int>& bounding = *identity.boundingCapabilities;
+        for (std::size_t i = 0U; i < identity.ambientCapabilities.size(); ++i) {
+            if (std::find(bounding.begin(), bounding.end(), identity.ambientCapabilities[i]) == bounding.end()) {
+                Refuse(Pointer(members.Child("ambient"), i), "not in the bounding set");
+            }
+        }
+    }
+}
+
+// "cpuAffinity": [0, 2]; each CPU once.
+std::vector<int> ReadAffinity(const Document& value, const std::string& place) {
+    if (!value.IsArray() || value.Size() == 0U) {
+        Refuse(place, "expected a non-empty array of CPU numbers");
+    }
+    std::set<int> cpus;
+    for (std::size_t i = 0U; i < value.Size(); ++i) {
+        if (!cpus.insert(static_cast<int>(ReadNumber(value.Element(i), Pointer(place, i), 0U, CPU_SETSIZE - 1U)))
+                 .second) {
+            Refuse(Pointer(place, i), "duplicate CPU");
+        }
+    }
+    return {cpus.begin(), cpus.end()};
+}
+
+// "scheduling": {"policy": "other", "nice": 5} or {"policy": "fifo", "priority": 10}.
+Scheduling ReadScheduling(const Document& value, const std::string& place) {
+    static const std::pair<const char*, int> POLICIES[] = {
+        {"other", SCHED_OTHER}, {"batch", SCHED_BATCH}, {"idle", SCHED_IDLE}, {"fifo", SCHED_FIFO}, {"rr", SCHED_RR}};
+    const Members members(value, place, {"policy", "nice", "priority"});
+    const std::string policyPlace = members.Child("policy");
+    const std::string name = ReadText(members.Require("policy"), policyPlace);
+    Scheduling scheduling;
+    const auto* policy = std::find_if(
+        std::begin(POLICIES), std::end(POLICIES), [&name](const auto& entry) { return name == entry.first; });
+    if (policy == std::end(POLICIES)) {
+        Refuse(policyPlace, "expected other, batch, idle, fifo or rr");
+    }
+    scheduling.policy = policy->second;
+    const bool realTime = scheduling.policy == SCHED_FIFO || scheduling.policy == SCHED_RR;
+    if (realTime) {
+        if (members.Has("nice")) {
+            Refuse(members.Child("nice"), "a real-time policy has a priority, not a nice value");
+        }
+        scheduling.priority =
+            static_cast<int>(ReadNumber(members.Require("priority"), members.Child("priority"), 1U, 99U));
+        return scheduling;
+    }
+    if (members.Has("priority")) {
+        Refuse(members.Child("priority"), "only fifo and rr have a priority");
+    }
+    if (members.Has("nice")) {
+        const Document nice = members.Get("nice");
+        if (!nice.IsInt() || nice.GetInt() < -20 || nice.GetInt() > 19) {
+            Refuse(members.Child("nice"), "expected a whole number from -20 to 19");
+        }
+        scheduling.nice = nice.GetInt();
+    }
+    return scheduling;
+}
+
+// Refused when `path`, or a directory above it, is owned by someone else than root and
+// `user`, or writable by group (but root's) or others. A directory with the sticky bit (/tmp)
+// keeps others from replacing what they do not own, so it is held to the rule only as
+// `path` itself. Symbolic links on the way are skipped; the path they lead to is checked too.
+void RefuseWritableByOthers(const std::string& path, uid_t user, const std::string& place) {
+    const auto walk = [&](std::string at) {
+        for (bool self = true;; self = false) {
+            struct stat info {};
+            if (::lstat(at.c_str(), &info) == 0 && !S_ISLNK(info.st_mode)) {
+                if (info.st_uid != 0U && info.st_uid != user) {
+                    Refuse(place,
+                           at + " belongs to uid " + std::to_string(info.st_uid) +
+                               ", neither root nor the user of the process");
+                }
+                const bool sticky = !self && (info.st_mode & S_ISVTX) != 0U;
+                const bool groupWrites = (info.st_mode & S_IWGRP) != 0U && info.st_gid != 0U;
+                if (!sticky && ((info.st_mode & S_IWOTH) != 0U || groupWrites)) {
+                    Refuse(place, at + " is writable by others than root and the user of the process");
+                }
+            }
+            if (at == "/") {
+                return;
+            }
+            const std::size_t slash = at.find_last_of('/');
+            at = slash == 0U ? "/" : at.substr(0U, slash);
+        }
+    };
+    walk(path);
+    std::pair<std::string, bool> real = tarn::em::util::FileSystem::GetCanonicalPath(path);
+    if (real.second && real.first != path) {
+        walk(real.first);
+    }
+}
+
 ProcessConfig ReadProcess(const std::string& name,
                           const Document& value,
                           const std::string& place,
@@ -378,7 +516,10 @@ ProcessConfig ReadProcess(const std::string& name,
                            "supplementaryGroups",
                            "umask",
                            "noNewPrivileges",
-                           "limits"});
+                           "limits",
+                           "capabilities",
+                           "cpuAffinity",
+                           "scheduling"});
     ProcessConfig process;
     process.name = name;
 
@@ -443,9 +584,25 @@ ProcessConfig ReadProcess(const std::string& name,
         process.watchdog = ReadMs(members.Get("watchdogMs"), members.Child("watchdogMs"), 0U, MAX_TIMEOUT_MS);
     }
     process.identity = ReadIdentity(members);
+    if (members.Has("capabilities")) {
+        ReadCapabilities(members.Get("capabilities"), members.Child("capabilities"), process.identity);
+    }
     if (members.Has("limits")) {
         process.limits = ReadLimits(members.Get("limits"), members.Child("limits"));
     }
+    if (members.Has("cpuAffinity")) {
+        process.cpuAffinity = ReadAffinity(members.Get("cpuAffinity"), members.Child("cpuAffinity"));
+    }
+    if (members.Has("scheduling")) {
+        process.scheduling = ReadScheduling(members.Get("scheduling"), members.Child("scheduling"));
+    }
+    // What runs, and where, must not be open to change by anyone but root and its user.
+    const uid_t user = process.identity.user.value_or(::geteuid());
+    RefuseWritableByOthers(process.executable, user, executablePlace);
+    RefuseWritableByOthers(
+        process.workingDirectory,
+        user,
+        members.Has("workingDirectory") ? members.Child("workingDirectory") : Pointer(place, "workingDirectory"));
     return process;
 }
 

@@ -66,6 +66,18 @@ struct Identity {
     std::vector<gid_t> supplementaryGroups;  ///< setgroups; set whenever `user` or this is given
     std::optional<mode_t> umask;
     bool noNewPrivileges{false};  ///< PR_SET_NO_NEW_PRIVS
+    /// The capability bounding set (CAP_* numbers); none: emd's own, left as it is.
+    std::optional<std::vector<int>> boundingCapabilities;
+    /// Raised into the ambient set (and so kept across the exec by a process that is not
+    /// root); each is in the bounding set.
+    std::vector<int> ambientCapabilities;
+};
+
+/// How the kernel schedules a process: a policy with a nice value or a real-time priority.
+struct Scheduling {
+    int policy{0};    ///< SCHED_OTHER, SCHED_BATCH, SCHED_IDLE, SCHED_FIFO or SCHED_RR
+    int nice{0};      ///< -20..19, for the policies that are not real-time
+    int priority{0};  ///< 1..99 for SCHED_FIFO and SCHED_RR, else 0
 };
 
 /// One resource limit: RLIMIT_* and its soft and hard value.
@@ -89,7 +101,9 @@ struct ProcessConfig {
     Readiness readiness{Readiness::kReport};
     std::chrono::milliseconds watchdog{0};  ///< WATCHDOG=1 period once ready; 0: none
     Identity identity;
-    std::vector<Limit> limits;  ///< in manifest order
+    std::vector<Limit> limits;             ///< in manifest order
+    std::vector<int> cpuAffinity;          ///< the CPUs it may run on, ascending; empty: emd's own
+    std::optional<Scheduling> scheduling;  ///< none: emd's own
 };
 
 struct Manifest {

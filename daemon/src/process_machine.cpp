@@ -334,7 +334,7 @@ void ProcessMachine::Launched(Step& step,
     reportedTerminating_ = false;
     lastPing_.reset();
     step.Log(LogLevel::kInfo) << "[Supervisor][Launched][process=" << config_->name << ", pid=" << pid_
-                              << ", executable=" << config_->executable << "]";
+                              << ", executable=" << config_->executable << ", launch_us=" << spawn.cost.count() << "]";
     switch (launchFor_) {
         case LaunchFor::kTransition:
             break;

@@ -21,7 +21,7 @@ const std::string MANIFEST = R"({"$schema": "manifest.schema.json", "functionGro
  "Demo": {"initialState": "Off", "states": ["Off", "On"]}},
 "processes": {
  "db": {"executable": "/bin/sh", "arguments": ["-c", ""], "environment": {"A": "b=c", "E": ""},
-  "workingDirectory": "/tmp", "functionGroup": "MachineFG", "states": ["Running", "Startup"],
+  "workingDirectory": "/", "functionGroup": "MachineFG", "states": ["Running", "Startup"],
   "startupTimeoutMs": 3600000, "terminationTimeoutMs": 1, "readiness": "notify", "watchdogMs": 2000,
   "restart": {"maxRestarts": 1000, "backoffMs": 100, "backoffMaxMs": 2000, "windowMs": 86400000}},
  "migrate": {"executable": "/bin/true", "functionGroup": "MachineFG", "states": ["Running"], "readiness": "spawn",
@@ -110,7 +110,7 @@ TEST(ManifestTest, ReadsEveryMemberAndFillsDefaults) {
     const auto& processes = result.manifest.processes;
     ASSERT_EQ(processes.size(), 4U);
     const ProcessConfig& db = processes[0];
-    EXPECT_EQ(db.name + db.executable + db.workingDirectory + db.functionGroup, "db/bin/sh/tmpMachineFG");
+    EXPECT_EQ(db.name + db.executable + db.workingDirectory + db.functionGroup, "db/bin/sh/MachineFG");
     EXPECT_EQ(db.arguments, (Texts{"-c", ""}));
     EXPECT_EQ(db.environment, (Texts{"A=b=c", "E="}));
     EXPECT_EQ(db.states, (Texts{"Running", "Startup"}));
