@@ -76,6 +76,9 @@ constexpr int MAX_RESTARTS = 1000;  // the most a manifest accepts
 constexpr int RESTART_BACKOFF_MS = 100;
 constexpr char REPORTED_RUNNING[] = "[Supervisor][Reported kRunning][process=";
 constexpr char FAILED_TO_START[] = "[Supervisor][Process failed to start][process=";
+constexpr char LAUNCHED[] = "[Supervisor][Launched][process=";
+constexpr char LAUNCH_US[] = "launch_us=";
+constexpr char LAUNCH_CPU_US[] = "launch_cpu_us=";
 constexpr char USAGE[] =
     "usage: boot_bench [--n 20,100,300,500,1000] [--reply bucket:16] [--discovery hub|multicast]\n"
     "                  [--idle-seconds 10] [--max-boot-seconds 300] [--skip-floor] [--skip-stack]\n"
@@ -498,6 +501,8 @@ public:
         std::size_t reports = 0U;
         std::map<std::string, Report> running;
         std::set<std::string> failed;
+        std::vector<double> launchUs;     // what each launch cost emd, from its log: waited
+        std::vector<double> launchCpuUs;  // and CPU
         Clock::time_point lastReportAt;
         bool closed = false;
     };
@@ -558,6 +563,13 @@ private:
             ++state_.reports;
             state_.running[name] = Report{pid, now};
             state_.lastReportAt = now;
+            return;
+        }
+        if (line.find(LAUNCHED) != std::string::npos && (at = line.find(LAUNCH_US)) != std::string::npos) {
+            state_.launchUs.push_back(std::strtod(line.c_str() + at + sizeof(LAUNCH_US) - 1U, nullptr));
+            if ((at = line.find(LAUNCH_CPU_US)) != std::string::npos) {
+                state_.launchCpuUs.push_back(std::strtod(line.c_str() + at + sizeof(LAUNCH_CPU_US) - 1U, nullptr));
+            }
             return;
         }
         at = line.find(FAILED_TO_START);
@@ -985,6 +997,8 @@ struct Figures {
     unsigned long long idleAppTicks = 0U;
     unsigned long long idleServerTicks = 0U;
     double psMedianMs = -1.0;
+    std::vector<double> launchUs;     // sorted
+    std::vector<double> launchCpuUs;  // sorted
     std::vector<int> psStatus;
     double stopMs = -1.0;
     std::string exitText;
@@ -1028,6 +1042,18 @@ void PrintFigures(const Options& options, const Figures& f) {
                    apps,
                    f.appsCpuToUp,
                    f.appsCpuToUp / static_cast<double>(f.n)));
+    }
+    const auto spread = [](const std::vector<double>& sorted) {
+        const auto at = [&sorted](double share) {
+            return sorted[static_cast<std::size_t>(share * static_cast<double>(sorted.size() - 1U))];
+        };
+        return Format("median %.0f us, p95 %.0f us, max %.0f us", at(0.5), at(0.95), sorted.back());
+    };
+    if (!f.launchUs.empty()) {
+        row("launch: emd waits", Format("%s over %zu launches", spread(f.launchUs).c_str(), f.launchUs.size()));
+    }
+    if (!f.launchCpuUs.empty()) {
+        row("launch: emd's CPU", spread(f.launchCpuUs));
     }
     if (f.server.rssKib >= 0) {
         row("memory (all up + 1 s)",
@@ -1406,6 +1432,10 @@ Figures BootStack(const Options& options, std::size_t n, const Environment& envi
                            why.c_str()));
     }
     f.bootMs = Millis(state.lastReportAt - start);
+    f.launchUs = state.launchUs;
+    std::sort(f.launchUs.begin(), f.launchUs.end());
+    f.launchCpuUs = state.launchCpuUs;
+    std::sort(f.launchCpuUs.begin(), f.launchCpuUs.end());
     const std::vector<Seen> apps = LiveChildren(emd.pid);
     f.serverCpuToUp = CpuSeconds(OwnTicks(emd.pid));
     unsigned long long appTicks = 0U;

@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -319,9 +320,19 @@ void ApplyBox(int statusFd, const ProcessConfig& process, const Prepared& prepar
 
 }  // namespace
 
+namespace {
+std::chrono::microseconds ThreadCpu() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return std::chrono::seconds(now.tv_sec) + std::chrono::microseconds(now.tv_nsec / 1000);
+}
+}  // namespace
+
 SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
     const auto start = std::chrono::steady_clock::now();
+    const auto cpuStart = ThreadCpu();
     SpawnResult result = Launch(process);
+    result.cpu = ThreadCpu() - cpuStart;
     result.cost = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
     return result;
 }

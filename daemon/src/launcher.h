@@ -17,8 +17,10 @@ namespace tarn::em::daemon {
 struct SpawnResult {
     pid_t pid{-1};      ///< the started process, or -1
     std::string error;  ///< why it did not start, when pid is -1
-    /// What the launch cost emd: from the call until the child ran its executable or failed.
+    /// What the launch cost emd: from the call until the child ran its executable or failed
+    /// (the calling thread waits that long), and the CPU time of the calling thread in it.
     std::chrono::microseconds cost{0};
+    std::chrono::microseconds cpu{0};
 };
 
 class Launcher {

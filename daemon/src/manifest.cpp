@@ -460,10 +460,11 @@ Scheduling ReadScheduling(const Document& value, const std::string& place) {
 }
 
 // Refused when `path`, or a directory above it, is owned by someone else than root and
-// `user`, or writable by group (but root's) or others. A directory with the sticky bit (/tmp)
+// `user`, or writable by others or by a group other than root's and `group` (with a group
+// per user, a user's own files are group-writable). A directory with the sticky bit (/tmp)
 // keeps others from replacing what they do not own, so it is held to the rule only as
 // `path` itself. Symbolic links on the way are skipped; the path they lead to is checked too.
-void RefuseWritableByOthers(const std::string& path, uid_t user, const std::string& place) {
+void RefuseWritableByOthers(const std::string& path, uid_t user, gid_t group, const std::string& place) {
     const auto walk = [&](std::string at) {
         for (bool self = true;; self = false) {
             struct stat info {};
@@ -474,7 +475,7 @@ void RefuseWritableByOthers(const std::string& path, uid_t user, const std::stri
                                ", neither root nor the user of the process");
                 }
                 const bool sticky = !self && (info.st_mode & S_ISVTX) != 0U;
-                const bool groupWrites = (info.st_mode & S_IWGRP) != 0U && info.st_gid != 0U;
+                const bool groupWrites = (info.st_mode & S_IWGRP) != 0U && info.st_gid != 0U && info.st_gid != group;
                 if (!sticky && ((info.st_mode & S_IWOTH) != 0U || groupWrites)) {
                     Refuse(place, at + " is writable by others than root and the user of the process");
                 }
@@ -597,11 +598,13 @@ ProcessConfig ReadProcess(const std::string& name,
         process.scheduling = ReadScheduling(members.Get("scheduling"), members.Child("scheduling"));
     }
     // What runs, and where, must not be open to change by anyone but root and its user.
-    const uid_t user = process.identity.user.value_or(::geteuid());
-    RefuseWritableByOthers(process.executable, user, executablePlace);
+    const uid_t ownUser = process.identity.user.value_or(::geteuid());
+    const gid_t ownGroup = process.identity.group.value_or(::getegid());
+    RefuseWritableByOthers(process.executable, ownUser, ownGroup, executablePlace);
     RefuseWritableByOthers(
         process.workingDirectory,
-        user,
+        ownUser,
+        ownGroup,
         members.Has("workingDirectory") ? members.Child("workingDirectory") : Pointer(place, "workingDirectory"));
     return process;
 }

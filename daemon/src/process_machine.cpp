@@ -334,7 +334,8 @@ void ProcessMachine::Launched(Step& step,
     reportedTerminating_ = false;
     lastPing_.reset();
     step.Log(LogLevel::kInfo) << "[Supervisor][Launched][process=" << config_->name << ", pid=" << pid_
-                              << ", executable=" << config_->executable << ", launch_us=" << spawn.cost.count() << "]";
+                              << ", executable=" << config_->executable << ", launch_us=" << spawn.cost.count()
+                              << ", launch_cpu_us=" << spawn.cpu.count() << "]";
     switch (launchFor_) {
         case LaunchFor::kTransition:
             break;
