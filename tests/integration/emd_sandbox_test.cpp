@@ -7,7 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 #include "ara_test/child_process.h"
@@ -31,30 +33,27 @@ pid_t PidOf(Emd& emd, const std::string& name) {
     return pid;
 }
 
-std::string ReadAll(const std::string& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+/// /proc/PID/`file`.
+std::string Proc(pid_t pid, const std::string& file) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/" + file);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-/// The value after "`key`:" in /proc/PID/status, whitespace collapsed to single spaces.
-std::string StatusField(pid_t pid, const std::string& key) {
-    std::istringstream lines(ReadAll("/proc/" + std::to_string(pid) + "/status"));
-    for (std::string line; std::getline(lines, line);) {
-        if (line.rfind(key + ":", 0) == 0) {
-            std::istringstream words(line.substr(key.size() + 1U));
-            std::string word, value;
-            while (words >> word) {
-                value += (value.empty() ? "" : " ") + word;
-            }
-            return value;
-        }
+/// The words after `key` on its line of `text`, joined by single spaces; for /proc/PID/status
+/// ("Uid:") and /proc/PID/limits ("Max open files").
+std::string Line(const std::string& text, const std::string& key) {
+    const std::size_t at = text.find("\n" + key);
+    std::istringstream words(text.substr(at + key.size() + 1U, text.find('\n', at + 1U) - at - key.size() - 1U));
+    std::string word, value;
+    while (words >> word) {
+        value += (value.empty() ? "" : " ") + word;
     }
-    return "(none)";
+    return at == std::string::npos ? "(none)" : value;
 }
 
 /// Field `number` (1-based, as in proc(5)) of /proc/PID/stat.
 std::string StatField(pid_t pid, int number) {
-    const std::string text = ReadAll("/proc/" + std::to_string(pid) + "/stat");
+    const std::string text = Proc(pid, "stat");
     std::istringstream fields(text.substr(text.rfind(')') + 2U));
     std::string field;
     for (int i = 3; i <= number && fields >> field; ++i) {
@@ -62,42 +61,26 @@ std::string StatField(pid_t pid, int number) {
     return field;
 }
 
-/// "soft hard" of the limit whose /proc/PID/limits line starts with `name`.
-std::string LimitOf(pid_t pid, const std::string& name) {
-    std::istringstream lines(ReadAll("/proc/" + std::to_string(pid) + "/limits"));
-    for (std::string line; std::getline(lines, line);) {
-        if (line.rfind(name, 0) == 0) {
-            std::istringstream words(line.substr(name.size()));
-            std::string soft, hard;
-            words >> soft >> hard;
-            return soft + " " + hard;
-        }
-    }
-    return "(none)";
-}
-
 std::string Descriptors(pid_t pid) {
+    std::set<int> fds;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+        fds.insert(std::stoi(entry.path().filename().string()));
+    }
     std::string names;
-    const std::string dir = "/proc/" + std::to_string(pid) + "/fd";
-    for (int fd = 0; fd < 1024; ++fd) {
-        struct stat info {};
-        if (lstat((dir + "/" + std::to_string(fd)).c_str(), &info) == 0) {
-            names += (names.empty() ? "" : ",") + std::to_string(fd);
-        }
+    for (const int fd : fds) {
+        names += (names.empty() ? "" : ",") + std::to_string(fd);
     }
     return names;
 }
 
-std::string Hex(unsigned long long mask) {
-    std::ostringstream text;
-    text.width(16);
-    text.fill('0');
-    text << std::hex << mask;
-    return text.str();
-}
-
-constexpr unsigned long long Bit(int capability) {
-    return 1ULL << capability;
+/// One "key value" line for each of `keys` in /proc/PID/status and /proc/PID/limits.
+std::string Seen(pid_t pid, std::initializer_list<const char*> keys) {
+    const std::string text = "\n" + Proc(pid, "status") + Proc(pid, "limits");
+    std::string seen;
+    for (const char* key : keys) {
+        seen += std::string(key) + " " + Line(text, key) + "\n";
+    }
+    return seen;
 }
 
 TEST(EmdSandboxTest, ProcessRunsWithExactlyItsIdentityCapabilitiesLimitsAndScheduling) {
@@ -132,48 +115,37 @@ TEST(EmdSandboxTest, ProcessRunsWithExactlyItsIdentityCapabilitiesLimitsAndSched
     ASSERT_GT(user, 0);
     ASSERT_GT(root, 0);
 
-    const std::string netBind = Hex(Bit(10));
-    const std::string userSet = Hex(Bit(10) | Bit(0));
-    const std::string netRaw = Hex(Bit(13));
-    struct Row {
-        pid_t pid;
-        std::string what;
-        std::string got;
-        std::string expected;
-    };
-    const Row rows[] = {
-        {user, "Uid", StatusField(user, "Uid"), "65534 65534 65534 65534"},
-        {user, "Gid", StatusField(user, "Gid"), "65534 65534 65534 65534"},
-        {user, "Groups", StatusField(user, "Groups"), "4 20"},
-        {user, "Umask", StatusField(user, "Umask"), "0027"},
-        {user, "CapEff", StatusField(user, "CapEff"), netBind},
-        {user, "CapPrm", StatusField(user, "CapPrm"), netBind},
-        {user, "CapAmb", StatusField(user, "CapAmb"), netBind},
-        {user, "CapBnd", StatusField(user, "CapBnd"), userSet},
-        {user, "NoNewPrivs", StatusField(user, "NoNewPrivs"), "1"},
-        {user, "Cpus_allowed_list", StatusField(user, "Cpus_allowed_list"), "0"},
-        {user, "open files", LimitOf(user, "Max open files"), "64 64"},
-        {user, "core", LimitOf(user, "Max core file size"), "0 0"},
-        {user, "stack", LimitOf(user, "Max stack size"), "unlimited unlimited"},
-        {user, "nice", StatField(user, 19), "7"},
-        {user, "policy (3: batch)", StatField(user, 41), "3"},
-        // the clean start: a session of its own, nothing ignored or blocked, only 0, 1 and 2
-        {user, "session", StatField(user, 6), std::to_string(user)},
-        {user, "SigIgn", StatusField(user, "SigIgn"), Hex(0)},
-        {user, "SigBlk", StatusField(user, "SigBlk"), Hex(0)},
-        {user, "descriptors", Descriptors(user), "0,1,2"},
-        {root, "Uid", StatusField(root, "Uid"), "0 0 0 0"},
-        {root, "CapEff", StatusField(root, "CapEff"), netRaw},
-        {root, "CapBnd", StatusField(root, "CapBnd"), netRaw},
-        {root, "CapInh", StatusField(root, "CapInh"), netRaw},
-        {root, "CapAmb", StatusField(root, "CapAmb"), Hex(0)},
-        {root, "NoNewPrivs", StatusField(root, "NoNewPrivs"), "0"},
-        {root, "policy (1: fifo)", StatField(root, 41), "1"},
-        {root, "rt priority", StatField(root, 40), "10"},
-    };
-    for (const Row& row : rows) {
-        EXPECT_EQ(row.got, row.expected) << row.what << " of " << (row.pid == user ? "user" : "root");
-    }
+    // Capability masks: CAP_CHOWN is bit 0, CAP_NET_BIND_SERVICE bit 10, CAP_NET_RAW bit 13.
+    EXPECT_EQ(Seen(user,
+                   {"Uid:",
+                    "Gid:",
+                    "Groups:",
+                    "Umask:",
+                    "CapInh:",
+                    "CapPrm:",
+                    "CapEff:",
+                    "CapBnd:",
+                    "CapAmb:",
+                    "NoNewPrivs:",
+                    "Cpus_allowed_list:",
+                    "SigIgn:",
+                    "SigBlk:",
+                    "Max open files",
+                    "Max core file size",
+                    "Max stack size"}),
+              "Uid: 65534 65534 65534 65534\nGid: 65534 65534 65534 65534\nGroups: 4 20\nUmask: 0027\n"
+              "CapInh: 0000000000000400\nCapPrm: 0000000000000400\nCapEff: 0000000000000400\n"
+              "CapBnd: 0000000000000401\nCapAmb: 0000000000000400\nNoNewPrivs: 1\nCpus_allowed_list: 0\n"
+              "SigIgn: 0000000000000000\nSigBlk: 0000000000000000\nMax open files 64 64 files\n"
+              "Max core file size 0 0 bytes\nMax stack size unlimited unlimited bytes\n");
+    EXPECT_EQ(Seen(root, {"Uid:", "CapInh:", "CapPrm:", "CapEff:", "CapBnd:", "CapAmb:", "NoNewPrivs:"}),
+              "Uid: 0 0 0 0\nCapInh: 0000000000002000\nCapPrm: 0000000000002000\nCapEff: 0000000000002000\n"
+              "CapBnd: 0000000000002000\nCapAmb: 0000000000000000\nNoNewPrivs: 0\n");
+    // nice 7 and policy 3 (batch); a session of its own; only 0, 1 and 2 open. fifo (1) at 10.
+    EXPECT_EQ(StatField(user, 19) + " " + StatField(user, 41) + " " + StatField(user, 6),
+              "7 3 " + std::to_string(user));
+    EXPECT_EQ(Descriptors(user), "0,1,2");
+    EXPECT_EQ(StatField(root, 41) + " " + StatField(root, 40), "1 10");
 }
 
 TEST(EmdSandboxTest, ExecutablesAndDirectoriesOthersCanChangeAreRefusedAtLoad) {
@@ -181,22 +153,20 @@ TEST(EmdSandboxTest, ExecutablesAndDirectoriesOthersCanChangeAreRefusedAtLoad) {
         GTEST_SKIP() << "needs root to give files away";
     }
     const ara_test::TempDir dir;
-    const std::string script = dir.Write("app.sh", "#!/bin/sh\nexec sleep 600\n");
-    const std::string open = dir.Write("open.sh", "#!/bin/sh\nexec sleep 600\n");
-    const std::string theirs = dir.Write("theirs.sh", "#!/bin/sh\nexec sleep 600\n");
-    ASSERT_EQ(chmod(script.c_str(), 0755), 0);
-    ASSERT_EQ(chmod(open.c_str(), 0777), 0);
-    ASSERT_EQ(chmod(theirs.c_str(), 0755), 0);
-    ASSERT_EQ(chown(theirs.c_str(), 65534, 65534), 0);  // nobody's
-    const std::string shared = dir.Path() + "/shared";
-    ASSERT_EQ(mkdir(shared.c_str(), 0775), 0);
-    ASSERT_EQ(chown(shared.c_str(), 0, 65534), 0);  // writable by the group nogroup
-    ASSERT_EQ(chmod(shared.c_str(), 0775), 0);
-    const std::string sticky = dir.Path() + "/sticky";
-    ASSERT_EQ(mkdir(sticky.c_str(), 0777), 0);
-    ASSERT_EQ(chmod(sticky.c_str(), 01777), 0);
-    const std::string inSticky = sticky + "/app.sh";
-    ASSERT_EQ(link(script.c_str(), inSticky.c_str()), 0);
+    // A script or (empty body) a directory with this mode and owner.
+    const auto make = [&dir](const std::string& name, const char* body, mode_t mode, uid_t uid, gid_t gid) {
+        const std::string path = body != nullptr ? dir.Write(name, body) : dir.Path() + "/" + name;
+        EXPECT_TRUE(body != nullptr || mkdir(path.c_str(), 0700) == 0);
+        EXPECT_EQ(chown(path.c_str(), uid, gid) + chmod(path.c_str(), mode), 0) << path;
+        return path;
+    };
+    const char* sleeps = "#!/bin/sh\nexec sleep 600\n";
+    const std::string script = make("app.sh", sleeps, 0755, 0, 0);
+    const std::string open = make("open.sh", sleeps, 0777, 0, 0);
+    const std::string theirs = make("theirs.sh", sleeps, 0755, 65534, 65534);  // nobody's
+    const std::string shared = make("shared", nullptr, 0775, 0, 65534);        // nogroup may write
+    const std::string sticky = make("sticky", nullptr, 01777, 0, 0);
+    const std::string inSticky = make("sticky/app.sh", sleeps, 0755, 0, 0);
 
     struct Row {
         std::string members;
