@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -130,7 +131,7 @@ void CloseDescriptorsExcept(int keep) {
 }
 
 /// What the child failed at, reported to the parent through the status pipe.
-enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2, kLimits = 3, kIdentity = 4 };
+enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2, kLimits = 3, kIdentity = 4, kOutput = 5 };
 
 [[noreturn]] void ChildFail(int statusFd, Stage stage, int error) {
     const int report[2] = {stage, error};
@@ -170,13 +171,17 @@ void ApplyBox(int statusFd, const ProcessConfig& process) {
 
 /// Runs in the child between vfork and exec.
 /// `pidSlot`, when set, is where the child writes its own pid into its environment.
+/// `outputFd`, when set, becomes its standard output and error; `nofile`, when set, its
+/// descriptor limit before the manifest's limits apply.
 [[noreturn]] void RunChild(pid_t parent,
                            int statusFd,
                            const char* path,
                            char* const* argv,
                            char* const* envp,
                            char* pidSlot,
-                           const ProcessConfig& process) {
+                           const ProcessConfig& process,
+                           int outputFd,
+                           const rlimit* nofile) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) {
         _exit(127);  // emd died before the death signal was armed
@@ -195,7 +200,13 @@ void ApplyBox(int statusFd, const ProcessConfig& process) {
     if (devNull < 0 || dup2(devNull, STDIN_FILENO) < 0) {
         ChildFail(statusFd, kStdin, errno);
     }
+    if (outputFd >= 0 && (dup2(outputFd, STDOUT_FILENO) < 0 || dup2(outputFd, STDERR_FILENO) < 0)) {
+        ChildFail(statusFd, kOutput, errno);
+    }
     CloseDescriptorsExcept(statusFd);
+    if (nofile != nullptr && setrlimit(RLIMIT_NOFILE, nofile) != 0) {
+        ChildFail(statusFd, kLimits, errno);
+    }
     ApplyBox(statusFd, process);
     if (chdir(process.workingDirectory.c_str()) != 0) {
         ChildFail(statusFd, kWorkingDirectory, errno);
@@ -248,6 +259,16 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
     char* volatile const pidSlot = ownPid ? PidSlot(env) : nullptr;
     const std::vector<char*> argv = Pointers(args);
     const std::vector<char*> envp = Pointers(env);
+    OutputDescriptors output;
+    std::string outputError;
+    if ((outputs_ != nullptr || process.output.kind != OutputKind::kLog) &&
+        !output.Open(process.output, process.identity, outputError)) {
+        return {-1, outputError};
+    }
+    const bool ownNofile = std::any_of(process.limits.begin(), process.limits.end(), [](const Limit& limit) {
+        return limit.resource == RLIMIT_NOFILE;
+    });
+    const rlimit* volatile const nofile = nofile_ && !ownNofile ? &*nofile_ : nullptr;
 
     int status[2] = {-1, -1};
     if (pipe2(status, O_CLOEXEC) != 0) {
@@ -256,10 +277,11 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
     const pid_t parent = getpid();
     const pid_t pid = vfork();  // NOLINT(cert-env33-c): see the file comment
     if (pid == 0) {
-        RunChild(parent, status[1], path.c_str(), argv.data(), envp.data(), pidSlot, process);
+        RunChild(parent, status[1], path.c_str(), argv.data(), envp.data(), pidSlot, process, output.Child(), nofile);
     }
     const int forkError = errno;
     close(status[1]);
+    output.CloseChild();
     if (pid < 0) {
         close(status[0]);
         return {-1, std::string("vfork failed: ") + std::strerror(forkError)};
@@ -271,6 +293,9 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
     } while (got < 0 && errno == EINTR);
     close(status[0]);
     if (got == 0) {
+        if (const int readEnd = output.TakeRead(); readEnd >= 0) {
+            outputs_->Add(process.name, readEnd);
+        }
         return {pid, {}};  // the descriptor closed on exec
     }
     int ignored = 0;
@@ -279,8 +304,9 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
                                          "cannot enter working directory",
                                          "cannot run",
                                          "cannot set its resource limits for",
-                                         "cannot take its user, groups or privileges for"};
-    const int stage = report[0] >= kStdin && report[0] <= kIdentity ? report[0] : kExec;
+                                         "cannot take its user, groups or privileges for",
+                                         "cannot attach its standard output and error for"};
+    const int stage = report[0] >= kStdin && report[0] <= kOutput ? report[0] : kExec;
     const std::string where = stage == kWorkingDirectory ? " " + process.workingDirectory : " " + path;
     return {-1, STAGES[stage] + where + ": " + std::strerror(report[1])};
 }
