@@ -1,6 +1,6 @@
 // Where emd sends what its processes print, with shell scripts that write to standard output
 // and error: into emd's log tagged with the process's name (also what a descendant writes after
-// the process itself exited), nowhere, or into a file owned by the process's user. emd raises
+// the process itself exited), nowhere, into a file owned by the process's user, or emd's own. emd raises
 // its own descriptor limit, and each child gets the original one back (read from /proc).
 #include <gtest/gtest.h>
 #include <pwd.h>
@@ -52,8 +52,8 @@ TEST(EmdOutputTest, OutputGoesWhereTheManifestSaysAndChildrenKeepTheDescriptorLi
         Process("talker", "echo out one; echo err two >&2; (sleep 1; printf late) & exit 0", "") + ", " +
         Process("quiet",
                 "echo quiet line; echo quiet line >&2; : > " + dir / "quiet.done" + "; exec sleep 600",
-                R"(, "output": "null", "dependsOn": {"talker": "terminated"})") +
-        ", " +
+                R"(, "output": "null", "dependsOn": {"talker": "terminated", "plain": "terminated"})") +
+        ", " + Process("plain", "echo plain line", R"(, "output": "inherit")") + ", " +
         Process("filer",
                 "echo to file; echo to file >&2; exec sleep 600",
                 R"(, "output": "file:)" + dir / "filer.log" + "\"" + (root ? R"(, "user": "nobody")" : "")) +
@@ -96,7 +96,9 @@ TEST(EmdOutputTest, OutputGoesWhereTheManifestSaysAndChildrenKeepTheDescriptorLi
 
     emd.Kill(SIGTERM);
     (void)emd.WaitForText("[emd][Stopped]", 10s);
-    for (const std::string& line : emd.Lines()) {
+    const auto& lines = emd.Lines();
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "plain line"), lines.end());  // as written, on emd's output
+    for (const std::string& line : lines) {
         EXPECT_EQ(line.find("quiet line"), std::string::npos) << line;
         EXPECT_EQ(line.find("to file"), std::string::npos) << line;
     }
