@@ -37,8 +37,8 @@ bool EventLoop::BlockSignals() {
     return pthread_sigmask(SIG_BLOCK, &set, nullptr) == 0;
 }
 
-EventLoop::EventLoop(Supervisor& supervisor, NotifySocket* notify)
-    : supervisor_(supervisor), notify_(notify), log_(ara::quill::common::log::Log::GetLog("EMD")) {
+EventLoop::EventLoop(Supervisor& supervisor, NotifySocket* notify, OutputPipes* outputs)
+    : supervisor_(supervisor), notify_(notify), outputs_(outputs), log_(ara::quill::common::log::Log::GetLog("EMD")) {
     const sigset_t set = LoopSignals();
     signalFd_ = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
     wakeFd_ = eventfd(0U, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -76,11 +76,20 @@ void EventLoop::Run() {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(*next - Clock::now()).count();
             timeout = static_cast<int>(std::max<long long>(0, std::min<long long>(left + 1, 60000)));
         }
-        // A negative descriptor (no notify socket) is skipped by poll.
-        pollfd fds[3] = {
-            {signalFd_, POLLIN, 0}, {wakeFd_, POLLIN, 0}, {notify_ != nullptr ? notify_->Descriptor() : -1, POLLIN, 0}};
-        if (poll(fds, 3, timeout) < 0 && errno != EINTR) {
+        // A negative descriptor (no notify socket) is skipped by poll. The output pipes follow.
+        fds_.assign({{signalFd_, POLLIN, 0},
+                     {wakeFd_, POLLIN, 0},
+                     {notify_ != nullptr ? notify_->Descriptor() : -1, POLLIN, 0}});
+        if (outputs_ != nullptr) {
+            outputs_->AppendPollEntries(fds_);
+        }
+        const int ready = poll(fds_.data(), fds_.size(), timeout);
+        if (ready < 0 && errno != EINTR) {
             break;
+        }
+        pollfd* const fds = fds_.data();
+        if (outputs_ != nullptr && ready > 0) {  // first, so that a process's last lines come before its exit
+            outputs_->OnReady(fds + 3, fds_.size() - 3U);
         }
         if ((fds[0].revents & POLLIN) != 0) {
             signalfd_siginfo info{};
@@ -107,6 +116,9 @@ void EventLoop::Run() {
         }
         supervisor_.OnTimer(Clock::now());
         launching = supervisor_.LaunchQueued(Clock::now() + LAUNCH_SLICE);
+    }
+    if (outputs_ != nullptr) {
+        outputs_->Drain();
     }
     const std::lock_guard<std::mutex> lock(mutex_);
     ended_ = true;

@@ -1,7 +1,7 @@
 // The daemon's one event loop: it owns the supervisor, reaps children on SIGCHLD, turns
 // SIGTERM and SIGINT into an orderly shutdown, fires the supervisor's time-outs, hands it the
-// notify-protocol datagrams of its processes, and runs the work that the service handlers
-// post from their own threads.
+// notify-protocol datagrams of its processes, logs their output, and runs the work that the
+// service handlers post from their own threads.
 #ifndef TARN_EM_DAEMON_EVENT_LOOP_H
 #define TARN_EM_DAEMON_EVENT_LOOP_H
 
@@ -12,6 +12,7 @@
 
 #include "ara/quill/common/log/log.h"
 #include "notify_socket.h"
+#include "process_output.h"
 #include "supervisor.h"
 
 namespace tarn::em::daemon {
@@ -24,7 +25,9 @@ public:
 
     /// `notify`, when given, is polled for datagrams; each is traced to the process emd
     /// started that sent it (or that its sender descends from) and handed to the supervisor.
-    explicit EventLoop(Supervisor& supervisor, NotifySocket* notify = nullptr);
+    /// `outputs`, when given, are the processes' log pipes: polled with the rest, read before
+    /// the exits of the same round are handled, and drained when the loop ends.
+    explicit EventLoop(Supervisor& supervisor, NotifySocket* notify = nullptr, OutputPipes* outputs = nullptr);
     ~EventLoop();
     EventLoop(const EventLoop&) = delete;
     EventLoop& operator=(const EventLoop&) = delete;
@@ -44,6 +47,8 @@ private:
 
     Supervisor& supervisor_;
     NotifySocket* notify_;
+    OutputPipes* outputs_;
+    std::vector<pollfd> fds_;  ///< the poll set, rebuilt each round
     std::shared_ptr<ara::quill::common::log::Log> log_;
     int signalFd_{-1};
     int wakeFd_{-1};

@@ -143,6 +143,7 @@ enum Stage : int {
     kIdentity = 4,
     kScheduling = 5,
     kCapabilities = 6,
+    kOutput = 7,
 };
 
 [[noreturn]] void ChildFail(int statusFd, Stage stage, int error) {
@@ -265,6 +266,8 @@ void ApplyBox(int statusFd, const ProcessConfig& process, const Prepared& prepar
 
 /// Runs in the child between vfork and exec.
 /// `pidSlot`, when set, is where the child writes its own pid into its environment.
+/// `outputFd`, when set, becomes its standard output and error; `nofile`, when set, its
+/// descriptor limit before the manifest's limits apply.
 [[noreturn]] void RunChild(pid_t parent,
                            int statusFd,
                            const char* path,
@@ -272,7 +275,9 @@ void ApplyBox(int statusFd, const ProcessConfig& process, const Prepared& prepar
                            char* const* envp,
                            char* pidSlot,
                            const ProcessConfig& process,
-                           const Prepared& prepared) {
+                           const Prepared& prepared,
+                           int outputFd,
+                           const rlimit* nofile) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) {
         _exit(127);  // emd died before the death signal was armed
@@ -294,7 +299,13 @@ void ApplyBox(int statusFd, const ProcessConfig& process, const Prepared& prepar
     if (devNull < 0 || dup2(devNull, STDIN_FILENO) < 0) {
         ChildFail(statusFd, kStdin, errno);
     }
+    if (outputFd >= 0 && (dup2(outputFd, STDOUT_FILENO) < 0 || dup2(outputFd, STDERR_FILENO) < 0)) {
+        ChildFail(statusFd, kOutput, errno);
+    }
     CloseDescriptorsExcept(statusFd);
+    if (nofile != nullptr && setrlimit(RLIMIT_NOFILE, nofile) != 0) {
+        ChildFail(statusFd, kLimits, errno);
+    }
     ApplyBox(statusFd, process, prepared);
     if (chdir(process.workingDirectory.c_str()) != 0) {
         ChildFail(statusFd, kWorkingDirectory, errno);
@@ -364,6 +375,16 @@ SpawnResult PosixLauncher::Launch(const ProcessConfig& process) {
     char* volatile const pidSlot = ownPid ? PidSlot(env) : nullptr;
     const std::vector<char*> argv = Pointers(args);
     const std::vector<char*> envp = Pointers(env);
+    OutputDescriptors output;
+    std::string outputError;
+    if ((outputs_ != nullptr || process.output.kind != OutputKind::kLog) &&
+        !output.Open(process.output, process.identity, outputError)) {
+        return {-1, outputError};
+    }
+    const bool ownNofile = std::any_of(process.limits.begin(), process.limits.end(), [](const Limit& limit) {
+        return limit.resource == RLIMIT_NOFILE;
+    });
+    const rlimit* volatile const nofile = nofile_ && !ownNofile ? &*nofile_ : nullptr;
 
     Prepared prepared;
     if (!Prepare(process, prepared)) {
@@ -377,10 +398,20 @@ SpawnResult PosixLauncher::Launch(const ProcessConfig& process) {
     const pid_t parent = getpid();
     const pid_t pid = vfork();  // NOLINT(cert-env33-c): see the file comment
     if (pid == 0) {
-        RunChild(parent, status[1], path.c_str(), argv.data(), envp.data(), pidSlot, process, prepared);
+        RunChild(parent,
+                 status[1],
+                 path.c_str(),
+                 argv.data(),
+                 envp.data(),
+                 pidSlot,
+                 process,
+                 prepared,
+                 output.Child(),
+                 nofile);
     }
     const int forkError = errno;
     close(status[1]);
+    output.CloseChild();
     if (pid < 0) {
         close(status[0]);
         return {-1, std::string("vfork failed: ") + std::strerror(forkError)};
@@ -392,6 +423,9 @@ SpawnResult PosixLauncher::Launch(const ProcessConfig& process) {
     } while (got < 0 && errno == EINTR);
     close(status[0]);
     if (got == 0) {
+        if (const int readEnd = output.TakeRead(); readEnd >= 0) {
+            outputs_->Add(process.name, readEnd);
+        }
         return {pid, {}};  // the descriptor closed on exec
     }
     int ignored = 0;
@@ -402,8 +436,9 @@ SpawnResult PosixLauncher::Launch(const ProcessConfig& process) {
                                          "cannot set its resource limits for",
                                          "cannot take its user, groups or privileges for",
                                          "cannot take its CPU affinity or scheduling for",
-                                         "cannot take its capabilities for"};
-    const int stage = report[0] >= kStdin && report[0] <= kCapabilities ? report[0] : kExec;
+                                         "cannot take its capabilities for",
+                                         "cannot attach its standard output and error for"};
+    const int stage = report[0] >= kStdin && report[0] <= kOutput ? report[0] : kExec;
     const std::string where = stage == kWorkingDirectory ? " " + process.workingDirectory : " " + path;
     return {-1, STAGES[stage] + where + ": " + std::strerror(report[1])};
 }

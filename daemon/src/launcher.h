@@ -7,10 +7,12 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "manifest.h"
+#include "process_output.h"
 
 namespace tarn::em::daemon {
 
@@ -42,10 +44,18 @@ public:
 /// belong to whatever supervises emd), plus the notify protocol's: NOTIFY_SOCKET for a process
 /// with readiness notify or a watchdog, and for a watchdog WATCHDOG_USEC (its period) and
 /// WATCHDOG_PID (its own pid); then the process's own entries, which replace any of these.
+///
+/// Standard output and error go where the process's `output` says; for "log" the read end of
+/// its pipe goes to `outputs` (without `outputs` the child keeps emd's, as for "inherit").
+/// `nofile`, when given, is the RLIMIT_NOFILE each child gets back from emd's raised one,
+/// unless the manifest's limits set their own.
 class PosixLauncher final : public Launcher {
 public:
     /// `notifyAddress` is the value of NOTIFY_SOCKET; empty: none is given.
-    explicit PosixLauncher(std::string notifyAddress = {}) : notifyAddress_(std::move(notifyAddress)) {}
+    explicit PosixLauncher(std::string notifyAddress = {},
+                           OutputPipes* outputs = nullptr,
+                           std::optional<rlimit> nofile = std::nullopt)
+        : notifyAddress_(std::move(notifyAddress)), outputs_(outputs), nofile_(nofile) {}
     SpawnResult Spawn(const ProcessConfig& process) override;
     bool Signal(pid_t pid, int signal) override;
 
@@ -53,6 +63,8 @@ private:
     SpawnResult Launch(const ProcessConfig& process);
 
     std::string notifyAddress_;
+    OutputPipes* outputs_;
+    std::optional<rlimit> nofile_;
 };
 
 /// The text of a wait status: "exit code N" or "signal N (NAME)".

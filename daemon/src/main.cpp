@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "launcher.h"
 #include "manifest.h"
 #include "notify_socket.h"
+#include "process_output.h"
 #include "services.h"
 #include "supervisor.h"
 
@@ -20,6 +22,8 @@ namespace {
 constexpr int EXIT_USAGE = 2;
 constexpr int EXIT_MANIFEST = 3;
 constexpr int EXIT_TRANSPORT = 4;
+/// emd's soft descriptor limit is raised up to this (one log pipe per process, DDS sockets).
+constexpr rlim_t NOFILE_CAP = 65536U;
 
 const char* const USAGE =
     "usage: emd --manifest FILE [--crc strong|weak|not] [--log console|dlt|none] [--log-level LEVEL] [--check]\n"
@@ -144,6 +148,19 @@ int main(int argc, char** argv) {
                 << ", function_groups=" << loaded.manifest.functionGroups.size()
                 << ", processes=" << loaded.manifest.processes.size() << "]";
 
+    const DescriptorLimit nofile = RaiseDescriptorLimit(NOFILE_CAP);
+    if (!nofile.error.empty()) {
+        log->warn() << "[emd][Descriptor limit not raised][reason=" << nofile.error << "]";
+    } else if (nofile.raisedTo != 0U) {
+        log->info() << "[emd][Descriptor limit raised][from=" << nofile.original.rlim_cur << ", to=" << nofile.raisedTo
+                    << "]";
+    }
+    std::optional<rlimit> childNofile;  // what the children get back
+    if (nofile.raisedTo != 0U) {
+        childNofile = nofile.original;
+    }
+    OutputPipes outputs;
+
     NotifySocket notify;
     std::string notifyError;
     if (!notify.Open(notifyError)) {
@@ -151,9 +168,9 @@ int main(int argc, char** argv) {
         std::cerr << "emd: " << notifyError << "\n";
         return EXIT_TRANSPORT;
     }
-    PosixLauncher launcher(notify.Address());
+    PosixLauncher launcher(notify.Address(), &outputs, childNofile);
     Supervisor supervisor(std::move(loaded.manifest), launcher);
-    EventLoop loop(supervisor, &notify);
+    EventLoop loop(supervisor, &notify, &outputs);
     if (!loop.Valid()) {
         std::cerr << "emd: cannot create its signal and wake-up descriptors\n";
         return EXIT_TRANSPORT;

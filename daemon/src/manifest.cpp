@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <initializer_list>
 #include <map>
 #include <set>
@@ -494,6 +495,36 @@ void RefuseWritableByOthers(const std::string& path, uid_t user, gid_t group, co
     }
 }
 
+// "log", "inherit", "null" or "file:/absolute/path" in an existing directory.
+OutputTarget ReadOutput(const Document& value, const std::string& place) {
+    static const std::pair<const char*, OutputKind> KINDS[] = {
+        {"log", OutputKind::kLog}, {"inherit", OutputKind::kInherit}, {"null", OutputKind::kNull}};
+    constexpr const char* FILE_PREFIX = "file:";
+    const std::string text = ReadText(value, place);
+    for (const auto& [name, kind] : KINDS) {
+        if (text == name) {
+            return {kind, {}};
+        }
+    }
+    if (text.rfind(FILE_PREFIX, 0U) != 0U) {
+        Refuse(place, "expected log, inherit, null or file:/absolute/path");
+    }
+    OutputTarget target{OutputKind::kFile, text.substr(std::strlen(FILE_PREFIX))};
+    const std::string& path = target.path;
+    if (path.empty() || path.front() != '/' || path.back() == '/' || path.find('\0') != std::string::npos) {
+        Refuse(place, "expected an absolute path of a file after file:");
+    }
+    const std::string directory = path.substr(0U, std::max<std::size_t>(path.rfind('/'), 1U));
+    struct stat info {};
+    if (::stat(directory.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) {
+        Refuse(place, "no such directory: " + directory);
+    }
+    if (::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
+        Refuse(place, "is a directory");
+    }
+    return target;
+}
+
 ProcessConfig ReadProcess(const std::string& name,
                           const Document& value,
                           const std::string& place,
@@ -520,7 +551,8 @@ ProcessConfig ReadProcess(const std::string& name,
                            "limits",
                            "capabilities",
                            "cpuAffinity",
-                           "scheduling"});
+                           "scheduling",
+                           "output"});
     ProcessConfig process;
     process.name = name;
 
@@ -606,6 +638,9 @@ ProcessConfig ReadProcess(const std::string& name,
         ownUser,
         ownGroup,
         members.Has("workingDirectory") ? members.Child("workingDirectory") : Pointer(place, "workingDirectory"));
+    if (members.Has("output")) {
+        process.output = ReadOutput(members.Get("output"), members.Child("output"));
+    }
     return process;
 }
 

@@ -86,6 +86,19 @@ struct Limit {
     rlim_t value{0};
 };
 
+/// Where the standard output and error of a process go.
+enum class OutputKind : std::uint8_t {
+    kLog,      ///< one pipe that emd reads and logs line by line, tagged with the process's name
+    kInherit,  ///< emd's own standard output and error
+    kNull,     ///< /dev/null
+    kFile,     ///< appended to `path`, which emd opens (and creates) before the launch
+};
+
+struct OutputTarget {
+    OutputKind kind{OutputKind::kLog};
+    std::string path;  ///< absolute, for kFile; its directory existed when the manifest was read
+};
+
 struct ProcessConfig {
     std::string name;                                    ///< unique short name; what GetProcessName answers
     std::string executable;                              ///< absolute path of an executable file
@@ -104,6 +117,7 @@ struct ProcessConfig {
     std::vector<Limit> limits;             ///< in manifest order
     std::vector<int> cpuAffinity;          ///< the CPUs it may run on, ascending; empty: emd's own
     std::optional<Scheduling> scheduling;  ///< none: emd's own
+    OutputTarget output;
 };
 
 struct Manifest {

@@ -72,3 +72,7 @@ add_dependencies(emd_readiness_test emd)
 ara_exec_add_test(NAME emd_sandbox_test SOURCES emd_sandbox_test.cpp LINK ara_exec)
 target_compile_definitions(emd_sandbox_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
 add_dependencies(emd_sandbox_test emd)
+# emd sending its processes' output to its log, nowhere or a file; their descriptor limit.
+ara_exec_add_test(NAME emd_output_test SOURCES emd_output_test.cpp LINK ara_exec)
+target_compile_definitions(emd_output_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
+add_dependencies(emd_output_test emd)
