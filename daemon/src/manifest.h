@@ -74,6 +74,19 @@ struct Limit {
     rlim_t value{0};
 };
 
+/// The cgroup limits of a process (cgroups.h applies them). Each takes effect where the
+/// machine has its controller; `required` makes a missing controller refuse the manifest.
+struct CgroupLimits {
+    struct CpuMax {
+        std::uint64_t quotaUs{0U};  ///< CPU time per period
+        std::uint64_t periodUs{100000U};
+    };
+    std::optional<std::uint64_t> memoryMax;  ///< bytes
+    std::optional<CpuMax> cpuMax;
+    std::optional<std::uint64_t> pidsMax;  ///< processes and threads
+    bool required{false};
+};
+
 struct ProcessConfig {
     std::string name;                                    ///< unique short name; what GetProcessName answers
     std::string executable;                              ///< absolute path of an executable file
@@ -90,6 +103,7 @@ struct ProcessConfig {
     std::chrono::milliseconds watchdog{0};  ///< WATCHDOG=1 period once ready; 0: none
     Identity identity;
     std::vector<Limit> limits;  ///< in manifest order
+    CgroupLimits cgroup;
 };
 
 struct Manifest {
