@@ -130,7 +130,7 @@ void CloseDescriptorsExcept(int keep) {
 }
 
 /// What the child failed at, reported to the parent through the status pipe.
-enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2, kLimits = 3, kIdentity = 4 };
+enum Stage : int { kStdin = 0, kWorkingDirectory = 1, kExec = 2, kLimits = 3, kIdentity = 4, kCgroup = 5 };
 
 [[noreturn]] void ChildFail(int statusFd, Stage stage, int error) {
     const int report[2] = {stage, error};
@@ -176,10 +176,16 @@ void ApplyBox(int statusFd, const ProcessConfig& process) {
                            char* const* argv,
                            char* const* envp,
                            char* pidSlot,
-                           const ProcessConfig& process) {
+                           const ProcessConfig& process,
+                           const CgroupJoin& cgroups) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) {
         _exit(127);  // emd died before the death signal was armed
+    }
+    for (std::size_t i = 0U; i < cgroups.count; ++i) {  // first: all that follows is accounted to its groups
+        if (write(cgroups.fds[i], "0", 1U) != 1) {
+            ChildFail(statusFd, kCgroup, errno);
+        }
     }
     setpgid(0, 0);
     // Dispositions first, then the mask: no handler of emd's may run in the child.
@@ -249,19 +255,30 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
     const std::vector<char*> argv = Pointers(args);
     const std::vector<char*> envp = Pointers(env);
 
+    CgroupJoin cgroups;
+    std::string cgroupError;
+    if (cgroups_ != nullptr && !cgroups_->Prepare(process, cgroups, cgroupError)) {
+        cgroups_->Release(process);
+        return {-1, cgroupError};
+    }
     int status[2] = {-1, -1};
     if (pipe2(status, O_CLOEXEC) != 0) {
+        cgroups.Close();
         return {-1, std::string("pipe failed: ") + std::strerror(errno)};
     }
     const pid_t parent = getpid();
     const pid_t pid = vfork();  // NOLINT(cert-env33-c): see the file comment
     if (pid == 0) {
-        RunChild(parent, status[1], path.c_str(), argv.data(), envp.data(), pidSlot, process);
+        RunChild(parent, status[1], path.c_str(), argv.data(), envp.data(), pidSlot, process, cgroups);
     }
     const int forkError = errno;
     close(status[1]);
+    cgroups.Close();
     if (pid < 0) {
         close(status[0]);
+        if (cgroups_ != nullptr) {
+            cgroups_->Release(process);
+        }
         return {-1, std::string("vfork failed: ") + std::strerror(forkError)};
     }
     int report[2] = {kExec, EIO};
@@ -275,18 +292,46 @@ SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
     }
     int ignored = 0;
     waitpid(pid, &ignored, 0);
+    if (cgroups_ != nullptr) {
+        cgroups_->Release(process);
+    }
     static const char* const STAGES[] = {"cannot open /dev/null",
                                          "cannot enter working directory",
                                          "cannot run",
                                          "cannot set its resource limits for",
-                                         "cannot take its user, groups or privileges for"};
-    const int stage = report[0] >= kStdin && report[0] <= kIdentity ? report[0] : kExec;
+                                         "cannot take its user, groups or privileges for",
+                                         "cannot join its cgroups for"};
+    const int stage = report[0] >= kStdin && report[0] <= kCgroup ? report[0] : kExec;
     const std::string where = stage == kWorkingDirectory ? " " + process.workingDirectory : " " + path;
     return {-1, STAGES[stage] + where + ": " + std::strerror(report[1])};
 }
 
 bool PosixLauncher::Signal(pid_t pid, int signal) {
     return pid > 0 && kill(pid, signal) == 0;
+}
+
+void PosixLauncher::TreeEnded(const ProcessConfig& process, pid_t pid) {
+    if (cgroups_ != nullptr) {
+        cgroups_->TreeEnded(process, pid);
+    } else if (pid > 0) {
+        (void)kill(-pid, SIGKILL);  // it led its process group
+    }
+}
+
+void PosixLauncher::Release(const ProcessConfig& process) {
+    if (cgroups_ != nullptr) {
+        cgroups_->Release(process);
+    }
+}
+
+void PosixLauncher::Reaped(pid_t /*pid*/) {
+    if (cgroups_ != nullptr) {
+        cgroups_->Reaped();
+    }
+}
+
+ResourceUse PosixLauncher::Usage(const ProcessConfig& process) const {
+    return cgroups_ != nullptr ? cgroups_->Usage(process) : ResourceUse{};
 }
 
 std::string DescribeExit(int status) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "cgroups.h"
 #include "manifest.h"
 
 namespace tarn::em::daemon {
@@ -25,6 +26,14 @@ public:
     virtual SpawnResult Spawn(const ProcessConfig& process) = 0;
     /// Sends `signal` to `pid`; false when the process is gone.
     virtual bool Signal(pid_t pid, int signal) = 0;
+    /// The main process `pid` of `process` has been reaped: ends what is left of its tree.
+    virtual void TreeEnded(const ProcessConfig& /*process*/, pid_t /*pid*/) {}
+    /// `process` is Idle, Failed or Terminated: what it was given to run in may go.
+    virtual void Release(const ProcessConfig& /*process*/) {}
+    /// A descendant of a process, orphaned and inherited by emd, has been reaped.
+    virtual void Reaped(pid_t /*pid*/) {}
+    /// The memory and CPU use of `process`; absent where it cannot be measured.
+    virtual ResourceUse Usage(const ProcessConfig& /*process*/) const { return {}; }
 };
 
 /// vfork and exec. Each child runs in a process group of its own (a terminal's Ctrl-C reaches
@@ -37,15 +46,24 @@ public:
 /// belong to whatever supervises emd), plus the notify protocol's: NOTIFY_SOCKET for a process
 /// with readiness notify or a watchdog, and for a watchdog WATCHDOG_USEC (its period) and
 /// WATCHDOG_PID (its own pid); then the process's own entries, which replace any of these.
+///
+/// With `cgroups`, each child joins its process's groups (cgroups.h) before anything else, and
+/// the tree of a reaped process is ended through them; without, through its process group.
 class PosixLauncher final : public Launcher {
 public:
     /// `notifyAddress` is the value of NOTIFY_SOCKET; empty: none is given.
-    explicit PosixLauncher(std::string notifyAddress = {}) : notifyAddress_(std::move(notifyAddress)) {}
+    explicit PosixLauncher(std::string notifyAddress = {}, Cgroups* cgroups = nullptr)
+        : notifyAddress_(std::move(notifyAddress)), cgroups_(cgroups) {}
     SpawnResult Spawn(const ProcessConfig& process) override;
     bool Signal(pid_t pid, int signal) override;
+    void TreeEnded(const ProcessConfig& process, pid_t pid) override;
+    void Release(const ProcessConfig& process) override;
+    void Reaped(pid_t pid) override;
+    ResourceUse Usage(const ProcessConfig& process) const override;
 
 private:
     std::string notifyAddress_;
+    Cgroups* cgroups_;
 };
 
 /// The text of a wait status: "exit code N" or "signal N (NAME)".
