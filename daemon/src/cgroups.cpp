@@ -22,7 +22,7 @@ namespace tarn::em::daemon {
 
 namespace {
 
-constexpr const char* V1_CONTROLLERS[] = {"memory", "cpu", "pids", "cpuacct"};  // in Controller order
+constexpr const char* CONTROLLERS[] = {"memory", "cpu", "pids", "cpuacct"};  // in Controller order
 /// Rounds of reading a group's cgroup.procs and killing what it lists, without cgroup.kill.
 constexpr int SWEEP_ROUNDS = 8;
 /// How long emd waits at its exit for the last processes of its groups to die.
@@ -231,7 +231,7 @@ std::vector<CgroupHierarchy> ParseCgroupHierarchies(const std::string& mountinfo
         }
         if (!hierarchy.unified) {
             for (const std::string& option : Split(dash[3], ',')) {
-                if (Contains({std::begin(V1_CONTROLLERS), std::end(V1_CONTROLLERS)}, option)) {
+                if (Contains({std::begin(CONTROLLERS), std::end(CONTROLLERS)}, option)) {
                     hierarchy.controllers.push_back(option);
                 }
             }
@@ -299,13 +299,13 @@ Cgroups::Cgroups(std::vector<CgroupHierarchy> hierarchies)
     // v2 where it has the controller, else v1; CPU time is read from v2's cpu.stat when there
     // is a v2 hierarchy, so v1's cpuacct is used only without one.
     for (std::size_t c = 0U; c < kControllers; ++c) {
-        const bool unifiedHasIt = unified_ && Contains(hierarchies_[*unified_].controllers, V1_CONTROLLERS[c]);
+        const bool unifiedHasIt = unified_ && Contains(hierarchies_[*unified_].controllers, CONTROLLERS[c]);
         if (unifiedHasIt && c != kCpuacct) {
             chosen_[c] = unified_;
             continue;
         }
         for (std::size_t h = 0U; h < hierarchies_.size() && !(c == kCpuacct && unified_); ++h) {
-            if (!hierarchies_[h].unified && Contains(hierarchies_[h].controllers, V1_CONTROLLERS[c])) {
+            if (!hierarchies_[h].unified && Contains(hierarchies_[h].controllers, CONTROLLERS[c])) {
                 chosen_[c] = h;
                 break;
             }
@@ -322,12 +322,12 @@ void Cgroups::Setup() {
                 continue;
             }
             const std::string file = hierarchies_[*unified_].ownDirectory + "/cgroup.subtree_control";
-            if (const int error = WriteFile(file, std::string("+") + V1_CONTROLLERS[c]); error != 0) {
+            if (const int error = WriteFile(file, std::string("+") + CONTROLLERS[c]); error != 0) {
                 log_->warn() << "[Cgroups][cgroup v2 controller not usable, treated as absent][controller="
-                             << V1_CONTROLLERS[c] << ", file=" << file << ", reason=" << std::strerror(error) << "]";
+                             << CONTROLLERS[c] << ", file=" << file << ", reason=" << std::strerror(error) << "]";
                 chosen_[c] = std::nullopt;
             } else {
-                enable += std::string(enable.empty() ? "+" : " +") + V1_CONTROLLERS[c];
+                enable += std::string(enable.empty() ? "+" : " +") + CONTROLLERS[c];
             }
         }
     }
@@ -379,7 +379,7 @@ std::vector<CgroupLimitProblem> Cgroups::Check(const Manifest& manifest) const {
                 static const char* const MEMBERS[] = {"memoryMax", "cpuMax", "pidsMax"};
                 problems.push_back(
                     {LimitPlace(process.name, MEMBERS[c]),
-                     std::string("no ") + V1_CONTROLLERS[c] + " controller on this machine (cgroup v2 or v1)",
+                     std::string("no ") + CONTROLLERS[c] + " controller on this machine (cgroup v2 or v1)",
                      limits.required});
             }
         }
@@ -438,6 +438,10 @@ bool Cgroups::Prepare(const ProcessConfig& process, CgroupJoin& join, std::strin
     join.Close();
     if (std::all_of(roots_.begin(), roots_.end(), [](const std::string& root) { return root.empty(); })) {
         return true;
+    }
+    if (const auto group = groups_.find(process.name);
+        group != groups_.end() && group->second.ended && !Empty(process.name)) {
+        Kill(process.name, 0);  // what is left of its last run must not share the group with the new one
     }
     groups_[process.name] = Group{};
     for (std::size_t h = 0U; h < roots_.size(); ++h) {

@@ -67,3 +67,8 @@ add_dependencies(emd_supervision_test emd)
 ara_exec_add_test(NAME emd_readiness_test SOURCES emd_readiness_test.cpp LINK ara_exec)
 target_compile_definitions(emd_readiness_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
 add_dependencies(emd_readiness_test emd)
+
+# emd's cgroups: limits, a fork loop, a memory hog, orphaned grandchildren (ARA_EXEC_REQUIRE_CGROUPS).
+ara_exec_add_test(NAME emd_cgroup_test SOURCES emd_cgroup_test.cpp LINK ara_exec emd_core)
+target_compile_definitions(emd_cgroup_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
+add_dependencies(emd_cgroup_test emd)
