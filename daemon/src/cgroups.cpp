@@ -187,6 +187,41 @@ void CollectPids(const std::string& dir, std::vector<pid_t>& pids) {
     }
 }
 
+/// Removes the roots `ara-emd.<pid>` in `own` whose emd no longer exists (it was killed),
+/// killing what is left in them first; a root whose last processes are still dying is left
+/// for the next start. The names of those removed.
+std::vector<std::string> RemoveStaleRoots(const std::string& own, bool unified) {
+    std::vector<std::string> stale;
+    if (DIR* listing = opendir(own.c_str()); listing != nullptr) {
+        constexpr std::size_t PREFIX = sizeof("ara-emd.") - 1U;
+        while (const dirent* entry = readdir(listing)) {
+            const std::string name = entry->d_name;
+            const long pid = name.compare(0U, PREFIX, "ara-emd.") == 0 && name.size() > PREFIX &&
+                                     name.find_first_not_of("0123456789", PREFIX) == std::string::npos
+                                 ? std::strtol(name.c_str() + PREFIX, nullptr, 10)
+                                 : 0L;
+            if (pid > 0 && pid != getpid() && kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH) {
+                stale.push_back(name);
+            }
+        }
+        closedir(listing);
+    }
+    for (auto name = stale.begin(); name != stale.end();) {
+        const std::string dir = own + "/" + *name;
+        std::vector<pid_t> pids;
+        if (unified && Exists(dir + "/cgroup.kill")) {
+            (void)WriteFile(dir + "/cgroup.kill", "1");
+        } else {
+            CollectPids(dir, pids);
+        }
+        for (const pid_t pid : pids) {
+            (void)kill(pid, SIGKILL);
+        }
+        name = RemoveTree(dir) ? name + 1 : stale.erase(name);
+    }
+    return stale;
+}
+
 /// The JSON pointer of a process's cgroup member.
 std::string LimitPlace(const std::string& process, const char* member) {
     std::string place = "/processes/";
@@ -337,6 +372,10 @@ void Cgroups::Setup() {
         const std::string root = hierarchies_[h].ownDirectory + "/" + rootName;
         if (!used) {
             continue;
+        }
+        for (const std::string& stale : RemoveStaleRoots(hierarchies_[h].ownDirectory, hierarchies_[h].unified)) {
+            log_->info() << "[Cgroups][Removed the root of an emd that is gone][dir=" << hierarchies_[h].ownDirectory
+                         << "/" << stale << "]";
         }
         if (mkdir(root.c_str(), 0755) != 0 && errno != EEXIST) {
             log_->error() << "[Cgroups][Hierarchy not used: emd's root cannot be made][dir=" << root
