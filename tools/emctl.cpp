@@ -420,6 +420,13 @@ void PrintProcess(const Document& p) {
             (i == 0U ? "" : ", ") + d.Member("process").GetString() + " (" + d.Member("condition").GetString() + ")";
     }
     Field("depends on:", dependencies.empty() ? "-" : dependencies);
+    const Document memory = p.Member("memoryBytes");
+    char mebibytes[32] = "-";
+    if (memory.IsNumber()) {
+        std::snprintf(mebibytes, sizeof(mebibytes), "%.1f MiB", static_cast<double>(memory.GetInt64()) / 1048576.0);
+    }
+    Field("memory:", mebibytes);
+    Field("cpu time:", DurationOf(p.Member("cpuMs")));
 }
 
 void PrintGroup(const Document& g) {

@@ -144,6 +144,7 @@ enum Stage : int {
     kScheduling = 5,
     kCapabilities = 6,
     kOutput = 7,
+    kCgroup = 8,
 };
 
 [[noreturn]] void ChildFail(int statusFd, Stage stage, int error) {
@@ -277,10 +278,16 @@ void ApplyBox(int statusFd, const ProcessConfig& process, const Prepared& prepar
                            const ProcessConfig& process,
                            const Prepared& prepared,
                            int outputFd,
-                           const rlimit* nofile) {
+                           const rlimit* nofile,
+                           const CgroupJoin& cgroups) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) {
         _exit(127);  // emd died before the death signal was armed
+    }
+    for (std::size_t i = 0U; i < cgroups.count; ++i) {  // first: all that follows is accounted to its groups
+        if (write(cgroups.fds[i], "0", 1U) != 1) {
+            ChildFail(statusFd, kCgroup, errno);
+        }
     }
     setsid();  // a session and process group of its own: no terminal of emd's, one group to signal
     // Dispositions first, then the mask: no handler of emd's may run in the child, and nothing
@@ -391,8 +398,15 @@ SpawnResult PosixLauncher::Launch(const ProcessConfig& process) {
         return {-1, std::string("cannot prepare the capabilities: ") + std::strerror(errno)};
     }
 
+    CgroupJoin cgroups;
+    std::string cgroupError;
+    if (cgroups_ != nullptr && !cgroups_->Prepare(process, cgroups, cgroupError)) {
+        cgroups_->Release(process);
+        return {-1, cgroupError};
+    }
     int status[2] = {-1, -1};
     if (pipe2(status, O_CLOEXEC) != 0) {
+        cgroups.Close();
         return {-1, std::string("pipe failed: ") + std::strerror(errno)};
     }
     const pid_t parent = getpid();
@@ -407,13 +421,18 @@ SpawnResult PosixLauncher::Launch(const ProcessConfig& process) {
                  process,
                  prepared,
                  output.Child(),
-                 nofile);
+                 nofile,
+                 cgroups);
     }
     const int forkError = errno;
     close(status[1]);
     output.CloseChild();
+    cgroups.Close();
     if (pid < 0) {
         close(status[0]);
+        if (cgroups_ != nullptr) {
+            cgroups_->Release(process);
+        }
         return {-1, std::string("vfork failed: ") + std::strerror(forkError)};
     }
     int report[2] = {kExec, EIO};
@@ -430,6 +449,9 @@ SpawnResult PosixLauncher::Launch(const ProcessConfig& process) {
     }
     int ignored = 0;
     waitpid(pid, &ignored, 0);
+    if (cgroups_ != nullptr) {
+        cgroups_->Release(process);
+    }
     static const char* const STAGES[] = {"cannot open /dev/null",
                                          "cannot enter working directory",
                                          "cannot run",
@@ -437,14 +459,39 @@ SpawnResult PosixLauncher::Launch(const ProcessConfig& process) {
                                          "cannot take its user, groups or privileges for",
                                          "cannot take its CPU affinity or scheduling for",
                                          "cannot take its capabilities for",
-                                         "cannot attach its standard output and error for"};
-    const int stage = report[0] >= kStdin && report[0] <= kOutput ? report[0] : kExec;
+                                         "cannot attach its standard output and error for",
+                                         "cannot join its cgroups for"};
+    const int stage = report[0] >= kStdin && report[0] <= kCgroup ? report[0] : kExec;
     const std::string where = stage == kWorkingDirectory ? " " + process.workingDirectory : " " + path;
     return {-1, STAGES[stage] + where + ": " + std::strerror(report[1])};
 }
 
 bool PosixLauncher::Signal(pid_t pid, int signal) {
     return pid > 0 && kill(pid, signal) == 0;
+}
+
+void PosixLauncher::TreeEnded(const ProcessConfig& process, pid_t pid) {
+    if (cgroups_ != nullptr) {
+        cgroups_->TreeEnded(process, pid);
+    } else if (pid > 0) {
+        (void)kill(-pid, SIGKILL);  // it led its process group
+    }
+}
+
+void PosixLauncher::Release(const ProcessConfig& process) {
+    if (cgroups_ != nullptr) {
+        cgroups_->Release(process);
+    }
+}
+
+void PosixLauncher::Reaped(pid_t /*pid*/) {
+    if (cgroups_ != nullptr) {
+        cgroups_->Reaped();
+    }
+}
+
+ResourceUse PosixLauncher::Usage(const ProcessConfig& process) const {
+    return cgroups_ != nullptr ? cgroups_->Usage(process) : ResourceUse{};
 }
 
 std::string DescribeExit(int status) {

@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "cgroups.h"
 #include "manifest.h"
 #include "process_output.h"
 
@@ -32,6 +33,14 @@ public:
     virtual SpawnResult Spawn(const ProcessConfig& process) = 0;
     /// Sends `signal` to `pid`; false when the process is gone.
     virtual bool Signal(pid_t pid, int signal) = 0;
+    /// The main process `pid` of `process` has been reaped: ends what is left of its tree.
+    virtual void TreeEnded(const ProcessConfig& /*process*/, pid_t /*pid*/) {}
+    /// `process` is Idle, Failed or Terminated: what it was given to run in may go.
+    virtual void Release(const ProcessConfig& /*process*/) {}
+    /// A descendant of a process, orphaned and inherited by emd, has been reaped.
+    virtual void Reaped(pid_t /*pid*/) {}
+    /// The memory and CPU use of `process`; absent where it cannot be measured.
+    virtual ResourceUse Usage(const ProcessConfig& /*process*/) const { return {}; }
 };
 
 /// vfork and exec. Each child runs in a process group of its own (a terminal's Ctrl-C reaches
@@ -48,16 +57,23 @@ public:
 /// Standard output and error go where the process's `output` says; for "log" the read end of
 /// its pipe goes to `outputs` (without `outputs` the child keeps emd's, as for "inherit").
 /// `nofile`, when given, is the RLIMIT_NOFILE each child gets back from emd's raised one,
-/// unless the manifest's limits set their own.
+/// unless the manifest's limits set their own. With `cgroups`, each child joins its process's
+/// groups (cgroups.h) before anything else, and the tree of a reaped process is ended through
+/// them; without, through its process group.
 class PosixLauncher final : public Launcher {
 public:
     /// `notifyAddress` is the value of NOTIFY_SOCKET; empty: none is given.
     explicit PosixLauncher(std::string notifyAddress = {},
                            OutputPipes* outputs = nullptr,
-                           std::optional<rlimit> nofile = std::nullopt)
-        : notifyAddress_(std::move(notifyAddress)), outputs_(outputs), nofile_(nofile) {}
+                           std::optional<rlimit> nofile = std::nullopt,
+                           Cgroups* cgroups = nullptr)
+        : notifyAddress_(std::move(notifyAddress)), outputs_(outputs), nofile_(nofile), cgroups_(cgroups) {}
     SpawnResult Spawn(const ProcessConfig& process) override;
     bool Signal(pid_t pid, int signal) override;
+    void TreeEnded(const ProcessConfig& process, pid_t pid) override;
+    void Release(const ProcessConfig& process) override;
+    void Reaped(pid_t pid) override;
+    ResourceUse Usage(const ProcessConfig& process) const override;
 
 private:
     SpawnResult Launch(const ProcessConfig& process);
@@ -65,6 +81,7 @@ private:
     std::string notifyAddress_;
     OutputPipes* outputs_;
     std::optional<rlimit> nofile_;
+    Cgroups* cgroups_;
 };
 
 /// The text of a wait status: "exit code N" or "signal N (NAME)".

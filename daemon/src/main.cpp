@@ -1,5 +1,6 @@
 // emd: reads the machine manifest, offers the Execution Management services, supervises the
 // manifest's processes, and stops them all in reverse start order on SIGTERM or SIGINT.
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "cgroups.h"
 #include "event_loop.h"
 #include "launcher.h"
 #include "manifest.h"
@@ -133,6 +135,21 @@ int main(int argc, char** argv) {
         return EXIT_USAGE;
     }
     ManifestResult loaded = LoadManifest(options.manifest, options.crc);
+    // The cgroups the manifest's limits need: made before the check, so that a controller the
+    // kernel will not enable below emd counts as missing; removed again on every way out.
+    Cgroups cgroups(Cgroups::Detect());
+    if (loaded.ok && !options.check) {
+        cgroups.Setup();
+    }
+    for (const CgroupLimitProblem& problem :
+         loaded.ok ? cgroups.Check(loaded.manifest) : std::vector<CgroupLimitProblem>{}) {
+        if (problem.required) {
+            loaded.ok = false;
+            loaded.error = ManifestError{options.manifest, problem.place, problem.problem};
+            break;
+        }
+        log->warn() << "[emd][cgroup limit not applied][" << problem.place << ": " << problem.problem << "]";
+    }
     if (!loaded.ok) {
         const std::string text = loaded.error.Text();
         log->error() << "[emd][Manifest refused][" << text << "]";
@@ -168,7 +185,11 @@ int main(int argc, char** argv) {
         std::cerr << "emd: " << notifyError << "\n";
         return EXIT_TRANSPORT;
     }
-    PosixLauncher launcher(notify.Address(), &outputs, childNofile);
+    // Orphans of the processes' trees become emd's children, reaped by the event loop.
+    if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
+        log->warn() << "[emd][Not the subreaper of its processes][reason=" << std::strerror(errno) << "]";
+    }
+    PosixLauncher launcher(notify.Address(), &outputs, childNofile, &cgroups);
     Supervisor supervisor(std::move(loaded.manifest), launcher);
     EventLoop loop(supervisor, &notify, &outputs);
     if (!loop.Valid()) {

@@ -34,6 +34,14 @@ constexpr std::uint64_t MAX_TIMEOUT_MS = 3600000U;
 constexpr std::uint64_t MAX_WINDOW_MS = 86400000U;
 constexpr std::uint64_t MAX_RESTARTS = 1000U;
 constexpr const char* LINE_PLACE_PREFIX = "line ";
+// The kernel's bounds: a page of memory at least, CPU periods from 1 ms to 1 s, quotas of
+// 1 ms or more (up to a thousand CPUs' worth of a 1 s period), PID_MAX_LIMIT.
+constexpr std::uint64_t MIN_MEMORY = 4096U;
+constexpr std::uint64_t MAX_MEMORY = std::uint64_t{1} << 62U;
+constexpr std::uint64_t MIN_CPU_US = 1000U;
+constexpr std::uint64_t MAX_CPU_PERIOD_US = 1000000U;
+constexpr std::uint64_t MAX_CPU_QUOTA_US = 1000000000U;
+constexpr std::uint64_t MAX_PIDS = 4194304U;
 
 // Thrown inside the validation only; Validate turns it into a ManifestError.
 struct Refusal {
@@ -525,6 +533,35 @@ OutputTarget ReadOutput(const Document& value, const std::string& place) {
     return target;
 }
 
+// "cgroup": {"memoryMax": bytes, "cpuMax": {"quotaUs", "periodUs"}, "pidsMax", "required"}.
+CgroupLimits ReadCgroup(const Document& value, const std::string& place) {
+    const Members members(value, place, {"memoryMax", "cpuMax", "pidsMax", "required"});
+    CgroupLimits limits;
+    if (members.Has("memoryMax")) {
+        limits.memoryMax = ReadNumber(members.Get("memoryMax"), members.Child("memoryMax"), MIN_MEMORY, MAX_MEMORY);
+    }
+    if (members.Has("cpuMax")) {
+        const Members cpu(members.Get("cpuMax"), members.Child("cpuMax"), {"quotaUs", "periodUs"});
+        CgroupLimits::CpuMax cpuMax;
+        cpuMax.quotaUs = ReadNumber(cpu.Require("quotaUs"), cpu.Child("quotaUs"), MIN_CPU_US, MAX_CPU_QUOTA_US);
+        if (cpu.Has("periodUs")) {
+            cpuMax.periodUs = ReadNumber(cpu.Get("periodUs"), cpu.Child("periodUs"), MIN_CPU_US, MAX_CPU_PERIOD_US);
+        }
+        limits.cpuMax = cpuMax;
+    }
+    if (members.Has("pidsMax")) {
+        limits.pidsMax = ReadNumber(members.Get("pidsMax"), members.Child("pidsMax"), 1U, MAX_PIDS);
+    }
+    if (members.Has("required")) {
+        const Document flag = members.Get("required");
+        if (!flag.IsBool()) {
+            Refuse(members.Child("required"), "expected true or false");
+        }
+        limits.required = flag.GetBool();
+    }
+    return limits;
+}
+
 ProcessConfig ReadProcess(const std::string& name,
                           const Document& value,
                           const std::string& place,
@@ -552,7 +589,8 @@ ProcessConfig ReadProcess(const std::string& name,
                            "capabilities",
                            "cpuAffinity",
                            "scheduling",
-                           "output"});
+                           "output",
+                           "cgroup"});
     ProcessConfig process;
     process.name = name;
 
@@ -640,6 +678,9 @@ ProcessConfig ReadProcess(const std::string& name,
         members.Has("workingDirectory") ? members.Child("workingDirectory") : Pointer(place, "workingDirectory"));
     if (members.Has("output")) {
         process.output = ReadOutput(members.Get("output"), members.Child("output"));
+    }
+    if (members.Has("cgroup")) {
+        process.cgroup = ReadCgroup(members.Get("cgroup"), members.Child("cgroup"));
     }
     return process;
 }

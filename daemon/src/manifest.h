@@ -99,6 +99,19 @@ struct OutputTarget {
     std::string path;  ///< absolute, for kFile; its directory existed when the manifest was read
 };
 
+/// The cgroup limits of a process (cgroups.h applies them). Each takes effect where the
+/// machine has its controller; `required` makes a missing controller refuse the manifest.
+struct CgroupLimits {
+    struct CpuMax {
+        std::uint64_t quotaUs{0U};  ///< CPU time per period
+        std::uint64_t periodUs{100000U};
+    };
+    std::optional<std::uint64_t> memoryMax;  ///< bytes
+    std::optional<CpuMax> cpuMax;
+    std::optional<std::uint64_t> pidsMax;  ///< processes and threads
+    bool required{false};
+};
+
 struct ProcessConfig {
     std::string name;                                    ///< unique short name; what GetProcessName answers
     std::string executable;                              ///< absolute path of an executable file
@@ -118,6 +131,7 @@ struct ProcessConfig {
     std::vector<int> cpuAffinity;          ///< the CPUs it may run on, ascending; empty: emd's own
     std::optional<Scheduling> scheduling;  ///< none: emd's own
     OutputTarget output;
+    CgroupLimits cgroup;
 };
 
 struct Manifest {

@@ -1,7 +1,9 @@
 // JSON of emd's own service: escaping, the writer and the four answers.
 #include "status_json.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <optional>
 
@@ -217,6 +219,18 @@ std::string ProcessStatusJson(const ProcessStatus& status) {
     json.Key("sinceWatchdogMs");
     Milliseconds(json, status.sinceWatchdog);
     Dependencies(json, status.dependsOn);
+    json.Key("memoryBytes");
+    if (status.memoryBytes) {
+        json.Number(static_cast<std::int64_t>(std::min<std::uint64_t>(*status.memoryBytes, INT64_MAX)));
+    } else {
+        json.Null();
+    }
+    json.Key("cpuMs");
+    std::optional<std::chrono::milliseconds> cpu;
+    if (status.cpuUsec) {
+        cpu = std::chrono::milliseconds(static_cast<std::chrono::milliseconds::rep>(*status.cpuUsec / 1000U));
+    }
+    Milliseconds(json, cpu);
     return json.EndObject().Text();
 }
 

@@ -187,10 +187,12 @@ Outcome Supervisor::Report(pid_t pid, ara::exec::ExecutionState state, Clock::ti
 void Supervisor::OnExit(pid_t pid, int status, Clock::time_point now) {
     const auto index = FindByPid(pid);
     if (!index) {
-        log_->warn() << "[Supervisor][Reaped an unknown child][pid=" << pid << ", status=" << DescribeExit(status)
-                     << "]";
+        // emd is the subreaper of its processes' trees: an orphan of one ends here.
+        log_->debug() << "[Supervisor][Reaped a descendant][pid=" << pid << ", status=" << DescribeExit(status) << "]";
+        launcher_.Reaped(pid);
         return;
     }
+    launcher_.TreeEnded(procs_[*index].machine.Config(), pid);
     Feed(*index, ProcessEvent::Exited(status), now);
 }
 
@@ -281,6 +283,10 @@ void Supervisor::Feed(std::size_t index, const ProcessEvent& event, Clock::time_
     context.shuttingDown = shuttingDown_;
     for (const ProcessAction& action : proc.machine.Handle(event, context, now)) {
         Carry(index, action, now);
+    }
+    const Phase phase = proc.machine.Phase();
+    if (phase == Phase::kIdle || phase == Phase::kFailed || phase == Phase::kTerminated) {
+        launcher_.Release(proc.machine.Config());
     }
 }
 
@@ -463,6 +469,9 @@ std::optional<ProcessStatus> Supervisor::StatusOf(const std::string& process, Cl
             status.sinceWatchdog = std::chrono::duration_cast<std::chrono::milliseconds>(now - *ping);
         }
         status.dependsOn = config.dependsOn;
+        const ResourceUse use = launcher_.Usage(config);
+        status.memoryBytes = use.memoryBytes;
+        status.cpuUsec = use.cpuUsec;
         return status;
     }
     return std::nullopt;

@@ -46,6 +46,8 @@ struct ProcessStatus {
     std::chrono::milliseconds watchdog{0};                   ///< its period; 0: none
     std::optional<std::chrono::milliseconds> sinceWatchdog;  ///< since its last WATCHDOG=1 (or ready)
     std::vector<Dependency> dependsOn;
+    std::optional<std::uint64_t> memoryBytes;  ///< from its cgroups, while it has them
+    std::optional<std::uint64_t> cpuUsec;      ///< CPU time of its cgroups since they were made
 };
 
 /// What `emctl status GROUP` shows of one function group.

@@ -76,3 +76,7 @@ add_dependencies(emd_sandbox_test emd)
 ara_exec_add_test(NAME emd_output_test SOURCES emd_output_test.cpp LINK ara_exec)
 target_compile_definitions(emd_output_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
 add_dependencies(emd_output_test emd)
+# emd's cgroups: limits, a fork loop, a memory hog, orphaned grandchildren (ARA_EXEC_REQUIRE_CGROUPS).
+ara_exec_add_test(NAME emd_cgroup_test SOURCES emd_cgroup_test.cpp LINK ara_exec emd_core)
+target_compile_definitions(emd_cgroup_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
+add_dependencies(emd_cgroup_test emd)

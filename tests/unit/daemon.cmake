@@ -6,6 +6,8 @@ ara_exec_add_test(NAME supervisor_test SOURCES supervisor_test.cpp LINK emd_core
 ara_exec_add_test(NAME status_json_test SOURCES status_json_test.cpp LINK emd_core)
 ara_exec_add_test(NAME notify_protocol_test SOURCES notify_protocol_test.cpp LINK emd_core)
 ara_exec_add_test(NAME output_stream_test SOURCES output_stream_test.cpp LINK emd_core)
+# Where emd finds its cgroup hierarchies and its own groups in them.
+ara_exec_add_test(NAME cgroup_detection_test SOURCES cgroup_detection_test.cpp LINK emd_core)
 # The manifest's JSON Schema and emd's validation agree on one table of manifests.
 add_test(NAME manifest_schema_agrees
          COMMAND python3 ${PROJECT_SOURCE_DIR}/tests/support/scripts/manifest_schema_agrees.py $<TARGET_FILE:emd>
