@@ -134,7 +134,8 @@ std::optional<std::uint64_t> ReadNumber(const std::string& path, const std::stri
 }
 
 /// A process's name as a directory name: letters, digits, '_', '-' and '.' kept, every other
-/// byte (and a name of dots only) as %XX.
+/// byte (and a name of dots only) as %XX, and ".process" after it, so that no name meets a
+/// control file of the hierarchy (v1's "tasks", "cgroup.procs").
 std::string GroupName(const std::string& process) {
     const bool dots = process.find_first_not_of('.') == std::string::npos;
     std::string name;
@@ -147,7 +148,7 @@ std::string GroupName(const std::string& process) {
             name += {'%', HEX[byte >> 4U], HEX[byte & 15U]};
         }
     }
-    return name;
+    return name + ".process";
 }
 
 /// Removes `dir` and every group below it; false when one still holds processes.

@@ -68,7 +68,7 @@ std::string GroupFile(
     for (const CgroupHierarchy& h : tarn::em::daemon::ParseCgroupHierarchies(
              Read("/proc/self/mountinfo"), Read("/proc/" + std::to_string(emd) + "/cgroup"))) {
         const std::string file =
-            h.ownDirectory + "/ara-emd." + std::to_string(emd) + "/" + name + "/" + (h.unified ? v2File : v1File);
+            h.ownDirectory + "/ara-emd." + std::to_string(emd) + "/" + name + ".process/" + (h.unified ? v2File : v1File);
         if ((h.unified || std::count(h.controllers.begin(), h.controllers.end(), controller) > 0) &&
             access(file.c_str(), F_OK) == 0) {
             return file;
@@ -90,7 +90,7 @@ long long Counter(const std::string& file, const std::string& key) {
 /// The live processes whose cgroup is emd's group for process `name`.
 std::set<pid_t> InGroup(pid_t emd, const std::string& name) {
     std::set<pid_t> pids;
-    const std::string group = "/ara-emd." + std::to_string(emd) + "/" + name + "\n";
+    const std::string group = "/ara-emd." + std::to_string(emd) + "/" + name + ".process\n";
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
         const std::string pid = entry.path().filename();
         if (std::isdigit(pid[0]) != 0 && Read("/proc/" + pid + "/cgroup").find(group) != std::string::npos &&
