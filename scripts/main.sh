@@ -77,6 +77,19 @@ step "emctl status timekeeper: a shell script, made ready by systemd-notify, und
 "$bin/emctl" status timekeeper --json | grep -q '"readiness": *"notify"' || fail "timekeeper is not notify-ready"
 "$bin/emctl" status MachineFG || fail "status MachineFG"
 
+step "timekeeper in its box: user nobody, no capabilities, a cgroup of its own with 32 MiB of memory"
+grep -E '^(Uid|Gid|CapEff|CapBnd|NoNewPrivs):' "/proc/$keeper/status"
+[ "$(awk '/^Uid:/ {print $2}' "/proc/$keeper/status")" = 65534 ] || fail "timekeeper does not run as nobody"
+[ "$(awk '/^CapBnd:/ {print $2}' "/proc/$keeper/status")" = 0000000000000000 ] || fail "timekeeper kept capabilities"
+grep -E ':memory:|^0::' "/proc/$keeper/cgroup"
+if grep -q '\[Cgroups\]\[Ready\].*memory=v' "$log"; then
+    "$bin/emctl" status timekeeper | grep 'memory:'
+    "$bin/emctl" status timekeeper | grep -q '(max 32.0 MiB)' || fail "timekeeper's group has no 32 MiB limit"
+else
+    echo "emd has no memory controller here: the limit is not applied, as its log says"
+    grep -E '\[Cgroups\]' "$log" || true
+fi
+
 step "emctl state set Demo On: counter starts, then greeter, which needs it"
 "$bin/emctl" state set Demo On || fail "state set Demo On"
 "$bin/emctl" ps || fail "ps"

@@ -420,12 +420,16 @@ void PrintProcess(const Document& p) {
             (i == 0U ? "" : ", ") + d.Member("process").GetString() + " (" + d.Member("condition").GetString() + ")";
     }
     Field("depends on:", dependencies.empty() ? "-" : dependencies);
-    const Document memory = p.Member("memoryBytes");
-    char mebibytes[32] = "-";
-    if (memory.IsNumber()) {
-        std::snprintf(mebibytes, sizeof(mebibytes), "%.1f MiB", static_cast<double>(memory.GetInt64()) / 1048576.0);
-    }
-    Field("memory:", mebibytes);
+    const auto mebibytes = [](const Document& bytes) {
+        char text[32] = "-";
+        if (bytes.IsNumber()) {
+            std::snprintf(text, sizeof(text), "%.1f MiB", static_cast<double>(bytes.GetInt64()) / 1048576.0);
+        }
+        return std::string(text);
+    };
+    const Document memoryMax = p.Member("memoryMaxBytes");
+    Field("memory:",
+          mebibytes(p.Member("memoryBytes")) + (memoryMax.IsNumber() ? " (max " + mebibytes(memoryMax) + ")" : ""));
     Field("cpu time:", DurationOf(p.Member("cpuMs")));
 }
 

@@ -25,6 +25,8 @@ namespace {
 constexpr const char* CONTROLLERS[] = {"memory", "cpu", "pids", "cpuacct"};  // in Controller order
 /// Rounds of reading a group's cgroup.procs and killing what it lists, without cgroup.kill.
 constexpr int SWEEP_ROUNDS = 8;
+/// What v1 memory.limit_in_bytes holds without a limit (the largest page-aligned signed value).
+constexpr std::uint64_t V1_NO_MEMORY_LIMIT = 0x7FFFFFFFFFFFF000ULL;
 /// How long emd waits at its exit for the last processes of its groups to die.
 constexpr std::chrono::seconds REMOVE_WAIT{5};
 
@@ -608,8 +610,12 @@ ResourceUse Cgroups::Usage(const ProcessConfig& process) const {
         return use;
     }
     if (const auto h = chosen_[kMemory]) {
-        use.memoryBytes = ReadNumber(Directory(*h, process.name) +
-                                     (hierarchies_[*h].unified ? "/memory.current" : "/memory.usage_in_bytes"));
+        const bool v2 = hierarchies_[*h].unified;
+        use.memoryBytes = ReadNumber(Directory(*h, process.name) + (v2 ? "/memory.current" : "/memory.usage_in_bytes"));
+        use.memoryMax = ReadNumber(Directory(*h, process.name) + (v2 ? "/memory.max" : "/memory.limit_in_bytes"));
+        if (use.memoryMax && *use.memoryMax >= V1_NO_MEMORY_LIMIT) {  // v2 says "max", which reads as none
+            use.memoryMax.reset();
+        }
     }
     if (unified_) {
         use.cpuUsec = ReadNumber(Directory(*unified_, process.name) + "/cpu.stat", "usage_usec");

@@ -50,6 +50,7 @@ struct CgroupJoin {
 struct ResourceUse {
     std::optional<std::uint64_t> memoryBytes;  ///< v2 memory.current, v1 memory.usage_in_bytes
     std::optional<std::uint64_t> cpuUsec;      ///< v2 cpu.stat usage_usec, v1 cpuacct.usage
+    std::optional<std::uint64_t> memoryMax;    ///< the kernel's limit: v2 memory.max, v1 memory.limit_in_bytes
 };
 
 /// A limit of the manifest on a controller that the machine lacks.

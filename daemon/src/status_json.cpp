@@ -219,11 +219,14 @@ std::string ProcessStatusJson(const ProcessStatus& status) {
     json.Key("sinceWatchdogMs");
     Milliseconds(json, status.sinceWatchdog);
     Dependencies(json, status.dependsOn);
-    json.Key("memoryBytes");
-    if (status.memoryBytes) {
-        json.Number(static_cast<std::int64_t>(std::min<std::uint64_t>(*status.memoryBytes, INT64_MAX)));
-    } else {
-        json.Null();
+    for (const auto& [key, bytes] :
+         {std::pair{"memoryBytes", status.memoryBytes}, {"memoryMaxBytes", status.memoryMax}}) {
+        json.Key(key);
+        if (bytes) {
+            json.Number(static_cast<std::int64_t>(std::min<std::uint64_t>(*bytes, INT64_MAX)));
+        } else {
+            json.Null();
+        }
     }
     json.Key("cpuMs");
     std::optional<std::chrono::milliseconds> cpu;

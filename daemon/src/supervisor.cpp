@@ -472,6 +472,7 @@ std::optional<ProcessStatus> Supervisor::StatusOf(const std::string& process, Cl
         const ResourceUse use = launcher_.Usage(config);
         status.memoryBytes = use.memoryBytes;
         status.cpuUsec = use.cpuUsec;
+        status.memoryMax = use.memoryMax;
         return status;
     }
     return std::nullopt;

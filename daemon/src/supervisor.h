@@ -48,6 +48,7 @@ struct ProcessStatus {
     std::vector<Dependency> dependsOn;
     std::optional<std::uint64_t> memoryBytes;  ///< from its cgroups, while it has them
     std::optional<std::uint64_t> cpuUsec;      ///< CPU time of its cgroups since they were made
+    std::optional<std::uint64_t> memoryMax;    ///< the memory limit the kernel holds its group to
 };
 
 /// What `emctl status GROUP` shows of one function group.

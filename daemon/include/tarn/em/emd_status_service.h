@@ -13,11 +13,12 @@
 //    "restarts": 0, "lastExit": "exit code 1" | null, "readyAfterMs": 120 | null,
 //    "watchdogMs": 0 (none) | N, "sinceWatchdogMs": N | null,
 //    "dependsOn": [{"process": "db", "condition": "running" | "terminated"}, ...],
-//    "memoryBytes": N | null, "cpuMs": N | null}
+//    "memoryBytes": N | null, "memoryMaxBytes": N | null, "cpuMs": N | null}
 //   "restarts" counts the restarts charged against the start limit now; "readyAfterMs" is
 //   launch to ready of its last start; "sinceWatchdogMs" is the time since its last watchdog
-//   ping (or since it became ready); "memoryBytes" and "cpuMs" are read from its cgroup (CPU
-//   time since the group was made), null while it has none.
+//   ping (or since it became ready); "memoryBytes", "memoryMaxBytes" (the kernel's limit,
+//   null for none) and "cpuMs" are read from its cgroup (CPU time since the group was made),
+//   null while it has none.
 // GetGroupStatus(name):
 //   {"name": "Demo", "state": "On" | null (no state yet), "target": "Off" | null (no
 //    transition under way), "failed": false, "onFailure": "Safe" | null, "lastResult":
