@@ -22,15 +22,9 @@ namespace {
 using namespace std::chrono_literals;
 using ara_test::Emd;
 using ara_test::Eventually;
+using ara_test::Shell;
 using tarn::em::daemon::CgroupHierarchy;
 using tarn::em::daemon::Cgroups;
-
-/// The file's text; "" for one that is gone (a /proc file of a process that ended meanwhile).
-std::string Read(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();  // a failed read sets failbit here instead of throwing
-    return text.str();
-}
 
 /// Why the test cannot run here: no root, or no `needs` (controllers, or "kill" for cgroup.kill);
 /// "" when it can. What ARA_EXEC_REQUIRE_CGROUPS names must be there: its absence fails.
@@ -65,10 +59,11 @@ std::string Lacking(const std::vector<std::string>& needs) {
 /// v1 hierarchy of `controller`'s `v1File`; "" when neither exists.
 std::string GroupFile(
     pid_t emd, const std::string& name, const char* v2File, const char* controller, const char* v1File) {
-    for (const CgroupHierarchy& h : tarn::em::daemon::ParseCgroupHierarchies(
-             Read("/proc/self/mountinfo"), Read("/proc/" + std::to_string(emd) + "/cgroup"))) {
-        const std::string file =
-            h.ownDirectory + "/ara-emd." + std::to_string(emd) + "/" + name + ".process/" + (h.unified ? v2File : v1File);
+    for (const CgroupHierarchy& h :
+         tarn::em::daemon::ParseCgroupHierarchies(ara_test::ReadText("/proc/self/mountinfo"),
+                                                  ara_test::ReadText("/proc/" + std::to_string(emd) + "/cgroup"))) {
+        const std::string file = h.ownDirectory + "/ara-emd." + std::to_string(emd) + "/" + name + ".process/" +
+                                 (h.unified ? v2File : v1File);
         if ((h.unified || std::count(h.controllers.begin(), h.controllers.end(), controller) > 0) &&
             access(file.c_str(), F_OK) == 0) {
             return file;
@@ -79,7 +74,7 @@ std::string GroupFile(
 
 /// The number after `key` in a file of "key value" lines, or -1.
 long long Counter(const std::string& file, const std::string& key) {
-    std::istringstream lines(Read(file));
+    std::istringstream lines(ara_test::ReadText(file));
     std::string name;
     long long value = -1;
     while (lines >> name >> value && name != key) {
@@ -93,20 +88,13 @@ std::set<pid_t> InGroup(pid_t emd, const std::string& name) {
     const std::string group = "/ara-emd." + std::to_string(emd) + "/" + name + ".process\n";
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
         const std::string pid = entry.path().filename();
-        if (std::isdigit(pid[0]) != 0 && Read("/proc/" + pid + "/cgroup").find(group) != std::string::npos &&
+        if (std::isdigit(pid[0]) != 0 &&
+            ara_test::ReadText("/proc/" + pid + "/cgroup").find(group) != std::string::npos &&
             !ara_test::Gone(std::stoi(pid))) {
             pids.insert(std::stoi(pid));
         }
     }
     return pids;
-}
-
-/// The process `name`: `/bin/sh -c script`, ready once it runs, with `more` members.
-std::string Shell(const std::string& name, const std::string& script, const std::string& more) {
-    return ara_test::Member(name,
-                            R"({"executable": "/bin/sh", "arguments": ["-c", ")" + script +
-                                R"("], "functionGroup": "MachineFG", "states": ["Running"], "readiness": "spawn", )" +
-                                more + "}");
 }
 
 /// emd has exited 0 after SIGTERM and left no group of its own in any hierarchy.
@@ -129,16 +117,18 @@ TEST(EmdCgroupTest, ForkLoopAndMemoryHogAreHeldInTheirOwnGroups) {
     Emd emd(ara_test::WriteManifest(
         dir,
         ara_test::MachineGroup(),
-        Shell("forker", "while :; do sleep 60 & done", R"("cgroup": {"pidsMax": 8}, "restart": {"maxRestarts": 100})") +
+        Shell(
+            "forker", "while :; do sleep 60 & done", R"(, "cgroup": {"pidsMax": 8}, "restart": {"maxRestarts": 100})") +
             ", " +
             Shell("hog",
                   "exec tail /dev/zero",
-                  R"("cgroup": {"memoryMax": 16777216, "cpuMax": {"quotaUs": 50000}, "required": true},
+                  R"(, "cgroup": {"memoryMax": 16777216, "cpuMax": {"quotaUs": 50000}, "required": true},
                      "restart": {"maxRestarts": 1000, "backoffMs": 200})")));
     const pid_t emdPid = emd.Process().Pid();
-    EXPECT_EQ(Read(GroupFile(emdPid, "forker", "pids.max", "pids", "pids.max")), "8\n");
-    EXPECT_EQ(Read(GroupFile(emdPid, "hog", "memory.max", "memory", "memory.limit_in_bytes")), "16777216\n");
-    const std::string quota = Read(GroupFile(emdPid, "hog", "cpu.max", "cpu", "cpu.cfs_quota_us"));
+    EXPECT_EQ(ara_test::ReadText(GroupFile(emdPid, "forker", "pids.max", "pids", "pids.max")), "8\n");
+    EXPECT_EQ(ara_test::ReadText(GroupFile(emdPid, "hog", "memory.max", "memory", "memory.limit_in_bytes")),
+              "16777216\n");
+    const std::string quota = ara_test::ReadText(GroupFile(emdPid, "hog", "cpu.max", "cpu", "cpu.cfs_quota_us"));
     EXPECT_TRUE(quota == "50000 100000\n" || quota == "50000\n") << quota;
     const std::string refused = GroupFile(emdPid, "forker", "pids.events", "pids", "pids.events");
     EXPECT_TRUE(Eventually([&] { return Counter(refused, "max") > 0; }));
@@ -164,7 +154,7 @@ TEST(EmdCgroupTest, OrphanedGrandchildDiesWithItsProcess) {
     const ara_test::TempDir dir;
     std::string v1Only;
     std::string line;
-    for (std::istringstream lines(Read("/proc/self/mountinfo")); std::getline(lines, line);) {
+    for (std::istringstream lines(ara_test::ReadText("/proc/self/mountinfo")); std::getline(lines, line);) {
         v1Only += line.find(" - cgroup2 ") == std::string::npos ? line + "\n" : "";
     }
     // How the process ends once its grandchild runs; emd stops it (first: a process has one state
@@ -186,10 +176,10 @@ TEST(EmdCgroupTest, OrphanedGrandchildDiesWithItsProcess) {
             dir.Write("manifest.json",
                       R"({"functionGroups": {"MachineFG": {"states": ["Running", "Off"], "initialState": "Running"}},
                               "processes": {)" +
-                          Shell("tree", script, R"("terminationTimeoutMs": 10000)") + "}}"));
+                          Shell("tree", script, R"(, "terminationTimeoutMs": 10000)") + "}}"));
         const pid_t emdPid = emd.Process().Pid();
-        ASSERT_TRUE(Eventually([&] { return !Read(dir / "orphan").empty(); })) << what;
-        const pid_t orphan = std::stoi(Read(dir / "orphan"));
+        ASSERT_TRUE(Eventually([&] { return !ara_test::ReadText(dir / "orphan").empty(); })) << what;
+        const pid_t orphan = std::stoi(ara_test::ReadText(dir / "orphan"));
         EXPECT_TRUE(Eventually([&] {  // its parent gone, emd, the subreaper, inherits it (unless it is gone already)
             return ara_test::Children(emdPid)["601"] == orphan || ara_test::Gone(orphan);
         })) << what;
@@ -205,7 +195,7 @@ TEST(EmdCgroupTest, OrphanedGrandchildDiesWithItsProcess) {
 
 TEST(EmdCgroupTest, LimitOnAMissingControllerRefusesTheManifestWhenRequired) {
     // A v2 hierarchy of emd's own making, with cpu and pids but no memory, and no v1 at all.
-    const std::string membership = Read("/proc/self/cgroup");
+    const std::string membership = ara_test::ReadText("/proc/self/cgroup");
     const std::size_t v2 = membership.find("0::/");
     if (v2 == std::string::npos) {
         GTEST_SKIP() << "no cgroup v2 line in /proc/self/cgroup";
@@ -222,7 +212,7 @@ TEST(EmdCgroupTest, LimitOnAMissingControllerRefusesTheManifestWhenRequired) {
         {R"({"cpuMax": {"quotaUs": 5000}, "pidsMax": 4, "required": true})", 0, ": valid, 1 function groups"}};
     for (const auto& [cgroup, exit, text] : rows) {
         const std::string manifest = ara_test::WriteManifest(
-            dir, ara_test::MachineGroup(), Shell("p/x", "true", std::string(R"("cgroup": )") + cgroup));
+            dir, ara_test::MachineGroup(), Shell("p/x", "true", std::string(R"(, "cgroup": )") + cgroup));
         ara_test::ChildProcess check({"/bin/sh", "-c", "exec \"$0\" --manifest \"$1\" --check 2>&1", EMD, manifest},
                                      {"EMD_CGROUP_MOUNTINFO=" + mountinfo});
         EXPECT_TRUE(check.WaitForText(text)) << cgroup << ::testing::PrintToString(check.Lines());

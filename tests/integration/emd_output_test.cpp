@@ -32,13 +32,6 @@ std::pair<std::string, std::string> Nofile(pid_t pid) {
     return {soft, hard};
 }
 
-std::string Process(const std::string& name, const std::string& command, const std::string& more) {
-    return ara_test::Member(name,
-                            R"({"executable": "/bin/sh", "arguments": ["-c", ")" + command +
-                                R"("], "functionGroup": "MachineFG", "states": ["Running"], "readiness": "spawn")" +
-                                more + "}");
-}
-
 TEST(EmdOutputTest, OutputGoesWhereTheManifestSaysAndChildrenKeepTheDescriptorLimit) {
     if (!ara_test::InCopy()) {
         return;
@@ -49,16 +42,16 @@ TEST(EmdOutputTest, OutputGoesWhereTheManifestSaysAndChildrenKeepTheDescriptorLi
     ASSERT_NE(nobody, nullptr);
     // talker exits at once, its last line without a line feed: logged at the end of the stream.
     const std::string processes =
-        Process("talker", "echo out one; echo err two >&2; printf late; exit 0", "") + ", " +
-        Process("quiet",
-                "echo quiet line; echo quiet line >&2; : > " + dir / "quiet.done" + "; exec sleep 600",
-                R"(, "output": "null", "dependsOn": {"talker": "terminated", "plain": "terminated"})") +
-        ", " + Process("plain", "echo plain line", R"(, "output": "inherit")") + ", " +
-        Process("filer",
-                "echo to file; echo to file >&2; exec sleep 600",
-                R"(, "output": "file:)" + dir / "filer.log" + "\"" + (root ? R"(, "user": "nobody")" : "")) +
-        ", " + Process("probe", "exec sleep 600", "") + ", " +
-        Process("capped", "exec sleep 601", R"(, "limits": {"nofile": 64})");
+        ara_test::Shell("talker", "echo out one; echo err two >&2; printf late; exit 0", "") + ", " +
+        ara_test::Shell("quiet",
+                        "echo quiet line; echo quiet line >&2; : > " + dir / "quiet.done" + "; exec sleep 600",
+                        R"(, "output": "null", "dependsOn": {"talker": "terminated", "plain": "terminated"})") +
+        ", " + ara_test::Shell("plain", "echo plain line", R"(, "output": "inherit")") + ", " +
+        ara_test::Shell("filer",
+                        "echo to file; echo to file >&2; exec sleep 600",
+                        R"(, "output": "file:)" + dir / "filer.log" + "\"" + (root ? R"(, "user": "nobody")" : "")) +
+        ", " + ara_test::Shell("probe", "exec sleep 600", "") + ", " +
+        ara_test::Shell("capped", "exec sleep 601", R"(, "limits": {"nofile": 64})");
     const std::string manifest = ara_test::WriteManifest(dir, ara_test::MachineGroup(), processes);
     // emd starts with a low soft limit, which it raises for itself and gives back to its children.
     rlimit limit{};

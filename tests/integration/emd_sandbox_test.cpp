@@ -21,22 +21,11 @@ namespace {
 using ara_test::Code;
 using ara_test::Emd;
 using ara_test::InCopy;
-
-/// The pid emd lists for `name` once it runs, or -1.
-pid_t PidOf(Emd& emd, const std::string& name) {
-    pid_t pid = -1;
-    ara_test::Eventually([&] {
-        const std::string listed = emd.Listed(name);
-        pid = listed.rfind("Running ", 0) == 0 ? static_cast<pid_t>(std::stoi(listed.substr(8U))) : -1;
-        return pid > 0;
-    });
-    return pid;
-}
+using ara_test::PidOf;
 
 /// /proc/PID/`file`.
 std::string Proc(pid_t pid, const std::string& file) {
-    std::ifstream in("/proc/" + std::to_string(pid) + "/" + file);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    return ara_test::ReadText("/proc/" + std::to_string(pid) + "/" + file);
 }
 
 /// The words after `key` on its line of `text`, joined by single spaces; for /proc/PID/status

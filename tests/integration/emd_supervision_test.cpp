@@ -21,23 +21,13 @@ using namespace std::chrono_literals;
 using ara_test::Code;
 using ara_test::Emd;
 using ara_test::InCopy;
+using ara_test::PidOf;
 
 /// An executable shell script `name` in `dir`.
 std::string Script(const ara_test::TempDir& dir, const std::string& name, const std::string& body) {
     const std::string path = dir.Write(name, "#!/bin/sh\n" + body + "\n");
     chmod(path.c_str(), 0755);
     return path;
-}
-
-/// The pid emd lists for `name` once it runs, or -1.
-pid_t PidOf(Emd& emd, const std::string& name) {
-    pid_t pid = -1;
-    ara_test::Eventually([&] {
-        const std::string listed = emd.Listed(name);
-        pid = listed.rfind("Running ", 0) == 0 ? static_cast<pid_t>(std::stoi(listed.substr(8U))) : -1;
-        return pid > 0;
-    });
-    return pid;
 }
 
 /// When `pid` started, in clock ticks since boot (field 22 of /proc/PID/stat).

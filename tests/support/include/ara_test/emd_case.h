@@ -10,6 +10,7 @@
 #include <fstream>
 #include <list>
 #include <map>
+#include <sstream>
 #include <string>
 
 #include "ara/exec/recovery_action_client.h"
@@ -118,6 +119,32 @@ inline std::string WriteManifest(const TempDir& dir, const std::string& groups, 
 /// MachineFG with its one state Running, which it starts in.
 inline std::string MachineGroup() {
     return Member("MachineFG", R"({"states": ["Running"], "initialState": "Running"})");
+}
+
+/// The process `name`: `/bin/sh -c script`, ready once it runs, in MachineFG's Running; `more`
+/// are further members, each led by a comma.
+inline std::string Shell(const std::string& name, const std::string& script, const std::string& more = {}) {
+    return Member(name,
+                  R"({"executable": "/bin/sh", "arguments": ["-c", ")" + script +
+                      R"("], "functionGroup": "MachineFG", "states": ["Running"], "readiness": "spawn")" + more + "}");
+}
+
+/// The pid emd lists for `name` once it runs, or -1.
+inline pid_t PidOf(Emd& emd, const std::string& name) {
+    pid_t pid = -1;
+    Eventually([&] {
+        const std::string listed = emd.Listed(name);
+        pid = listed.rfind("Running ", 0) == 0 ? static_cast<pid_t>(std::stoi(listed.substr(8U))) : -1;
+        return pid > 0;
+    });
+    return pid;
+}
+
+/// The file's text; "" for one that is gone (a /proc file of a process that ended meanwhile).
+inline std::string ReadText(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
 }
 
 /// The process has ended (gone, or a zombie nobody reaped yet).
