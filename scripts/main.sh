@@ -137,6 +137,10 @@ first_stop="$(sed -n '/\[Supervisor\]\[Shutting down\]/,$p' "$log" | grep -o 'St
 echo "first stopped: ${first_stop#*=}"
 [ "${first_stop#*=}" = logger ] || fail "timekeeper was stopped before logger, which needs it"
 
+step "what the processes printed: their lines in emd's log, each tagged with its process"
+grep -F '[Output][process=' "$log" | sed -e 's/^[^ ]* //' | head -6
+grep -qF '[Output][process=counter] counter: tick' "$log" || fail "counter's output is not in emd's log"
+
 step "what emd logged"
 grep -E '\[Supervisor\]\[(Transition (begins|completed|ended)|Launched|Reported|Ready|Process exited|Stopping|Restart)' "$log" |
     sed -e 's/^[^ ]* //' || true

@@ -1,6 +1,6 @@
 // Where emd sends what its processes print, with shell scripts that write to standard output
-// and error: into emd's log tagged with the process's name (also what a descendant writes after
-// the process itself exited), nowhere, into a file owned by the process's user, or emd's own. emd raises
+// and error: into emd's log tagged with the process's name (a last line without a line feed
+// too), nowhere, into a file owned by the process's user, or emd's own. emd raises
 // its own descriptor limit, and each child gets the original one back (read from /proc).
 #include <gtest/gtest.h>
 #include <pwd.h>
@@ -20,16 +20,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// The soft and hard "Max open files" of `pid`.
-std::pair<std::string, std::string> Nofile(pid_t pid) {
-    std::ifstream limits("/proc/" + std::to_string(pid) + "/limits");
-    std::string line, soft, hard;
-    while (std::getline(limits, line)) {
-        if (line.rfind("Max open files", 0U) == 0U) {
-            std::istringstream(line.substr(14U)) >> soft >> hard;
-        }
-    }
-    return {soft, hard};
+/// The soft limit of open files of `pid`.
+std::string Nofile(pid_t pid) {
+    std::istringstream words(ara_test::ProcLines(pid, {"Max open files"}));
+    std::string soft;
+    words >> soft >> soft >> soft >> soft;
+    return soft;
 }
 
 TEST(EmdOutputTest, OutputGoesWhereTheManifestSaysAndChildrenKeepTheDescriptorLimit) {
@@ -82,10 +78,9 @@ TEST(EmdOutputTest, OutputGoesWhereTheManifestSaysAndChildrenKeepTheDescriptorLi
         alive = ara_test::Children(emd.Pid());
         return alive.count("600") == 1U && alive.count("601") == 1U && access((dir / "quiet.done").c_str(), F_OK) == 0;
     }));
-    const auto [emdSoft, hard] = Nofile(emd.Pid());
-    EXPECT_EQ(emdSoft, hard == "unlimited" ? "65536" : std::to_string(std::min(std::stoull(hard), 65536ULL)));
-    EXPECT_EQ(Nofile(alive["600"]).first, std::to_string(limit.rlim_cur));
-    EXPECT_EQ(Nofile(alive["601"]).first, "64");  // its own limit wins
+    EXPECT_EQ(Nofile(emd.Pid()), std::to_string(std::min<rlim_t>(limit.rlim_max, 65536U)));
+    EXPECT_EQ(Nofile(alive["600"]), std::to_string(limit.rlim_cur));
+    EXPECT_EQ(Nofile(alive["601"]), "64");  // its own limit wins
 
     emd.Kill(SIGTERM);
     (void)emd.WaitForText("[emd][Stopped]", 10s);

@@ -22,33 +22,8 @@ using ara_test::Code;
 using ara_test::Emd;
 using ara_test::InCopy;
 using ara_test::PidOf;
-
-/// /proc/PID/`file`.
-std::string Proc(pid_t pid, const std::string& file) {
-    return ara_test::ReadText("/proc/" + std::to_string(pid) + "/" + file);
-}
-
-/// The words after `key` on its line of `text`, joined by single spaces; for /proc/PID/status
-/// ("Uid:") and /proc/PID/limits ("Max open files").
-std::string Line(const std::string& text, const std::string& key) {
-    const std::size_t at = text.find("\n" + key);
-    std::istringstream words(text.substr(at + key.size() + 1U, text.find('\n', at + 1U) - at - key.size() - 1U));
-    std::string word, value;
-    while (words >> word) {
-        value += (value.empty() ? "" : " ") + word;
-    }
-    return at == std::string::npos ? "(none)" : value;
-}
-
-/// Field `number` (1-based, as in proc(5)) of /proc/PID/stat.
-std::string StatField(pid_t pid, int number) {
-    const std::string text = Proc(pid, "stat");
-    std::istringstream fields(text.substr(text.rfind(')') + 2U));
-    std::string field;
-    for (int i = 3; i <= number && fields >> field; ++i) {
-    }
-    return field;
-}
+using ara_test::ProcLines;
+using ara_test::StatField;
 
 std::string Descriptors(pid_t pid) {
     std::set<int> fds;
@@ -60,16 +35,6 @@ std::string Descriptors(pid_t pid) {
         names += (names.empty() ? "" : ",") + std::to_string(fd);
     }
     return names;
-}
-
-/// One "key value" line for each of `keys` in /proc/PID/status and /proc/PID/limits.
-std::string Seen(pid_t pid, std::initializer_list<const char*> keys) {
-    const std::string text = "\n" + Proc(pid, "status") + Proc(pid, "limits");
-    std::string seen;
-    for (const char* key : keys) {
-        seen += std::string(key) + " " + Line(text, key) + "\n";
-    }
-    return seen;
 }
 
 TEST(EmdSandboxTest, ProcessRunsWithExactlyItsIdentityCapabilitiesLimitsAndScheduling) {
@@ -105,29 +70,29 @@ TEST(EmdSandboxTest, ProcessRunsWithExactlyItsIdentityCapabilitiesLimitsAndSched
     ASSERT_GT(root, 0);
 
     // Capability masks: CAP_CHOWN is bit 0, CAP_NET_BIND_SERVICE bit 10, CAP_NET_RAW bit 13.
-    EXPECT_EQ(Seen(user,
-                   {"Uid:",
-                    "Gid:",
-                    "Groups:",
-                    "Umask:",
-                    "CapInh:",
-                    "CapPrm:",
-                    "CapEff:",
-                    "CapBnd:",
-                    "CapAmb:",
-                    "NoNewPrivs:",
-                    "Cpus_allowed_list:",
-                    "SigIgn:",
-                    "SigBlk:",
-                    "Max open files",
-                    "Max core file size",
-                    "Max stack size"}),
+    EXPECT_EQ(ProcLines(user,
+                        {"Uid:",
+                         "Gid:",
+                         "Groups:",
+                         "Umask:",
+                         "CapInh:",
+                         "CapPrm:",
+                         "CapEff:",
+                         "CapBnd:",
+                         "CapAmb:",
+                         "NoNewPrivs:",
+                         "Cpus_allowed_list:",
+                         "SigIgn:",
+                         "SigBlk:",
+                         "Max open files",
+                         "Max core file size",
+                         "Max stack size"}),
               "Uid: 65534 65534 65534 65534\nGid: 65534 65534 65534 65534\nGroups: 4 20\nUmask: 0027\n"
               "CapInh: 0000000000000400\nCapPrm: 0000000000000400\nCapEff: 0000000000000400\n"
               "CapBnd: 0000000000000401\nCapAmb: 0000000000000400\nNoNewPrivs: 1\nCpus_allowed_list: 0\n"
               "SigIgn: 0000000000000000\nSigBlk: 0000000000000000\nMax open files 64 64 files\n"
               "Max core file size 0 0 bytes\nMax stack size unlimited unlimited bytes\n");
-    EXPECT_EQ(Seen(root, {"Uid:", "CapInh:", "CapPrm:", "CapEff:", "CapBnd:", "CapAmb:", "NoNewPrivs:"}),
+    EXPECT_EQ(ProcLines(root, {"Uid:", "CapInh:", "CapPrm:", "CapEff:", "CapBnd:", "CapAmb:", "NoNewPrivs:"}),
               "Uid: 0 0 0 0\nCapInh: 0000000000002000\nCapPrm: 0000000000002000\nCapEff: 0000000000002000\n"
               "CapBnd: 0000000000002000\nCapAmb: 0000000000000000\nNoNewPrivs: 0\n");
     // nice 7 and policy 3 (batch); a session of its own; only 0, 1 and 2 open. fifo (1) at 10.
@@ -178,13 +143,7 @@ TEST(EmdSandboxTest, ExecutablesAndDirectoriesOthersCanChangeAreRefusedAtLoad) {
                       R"({"functionGroups": {"MachineFG": {"states": ["Running"],
             "initialState": "Running"}}, "processes": {"p": {)" +
                           row.members + R"(, "functionGroup": "MachineFG", "states": ["Running"]}}})");
-        ara_test::ChildProcess check({"/bin/sh", "-c", "exec \"$0\" --manifest \"$1\" --check 2>&1", EMD, manifest});
-        (void)check.WaitForText("(read to the end)");
-        const int exit = check.Wait();
-        std::string output;
-        for (const std::string& line : check.Lines()) {
-            output += line + "\n";
-        }
+        const auto [exit, output] = ara_test::CheckManifest(manifest);
         if (row.refusal.empty()) {
             EXPECT_EQ(exit, 0) << row.members << "\n" << output;
         } else {

@@ -30,17 +30,9 @@ std::string Script(const ara_test::TempDir& dir, const std::string& name, const 
     return path;
 }
 
-/// When `pid` started, in clock ticks since boot (field 22 of /proc/PID/stat).
+/// When `pid` started, in clock ticks since boot.
 long long StartTicks(pid_t pid) {
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-    std::istringstream fields(text.substr(text.rfind(')') + 2U));  // after the command name
-    std::string field;
-    for (int i = 3; i < 22 && fields >> field; ++i) {
-    }
-    long long ticks = -1;
-    fields >> ticks;
-    return ticks;
+    return std::stoll("0" + ara_test::StatField(pid, 22));
 }
 
 /// The index of the first output line of `emd` that holds `text`, or -1.

@@ -147,6 +147,47 @@ inline std::string ReadText(const std::string& path) {
     return text.str();
 }
 
+/// Field `number` (1-based, as in proc(5)) of /proc/PID/stat; "" once it is gone.
+inline std::string StatField(pid_t pid, int number) {
+    const std::string text = ReadText("/proc/" + std::to_string(pid) + "/stat");
+    std::istringstream fields(text.substr(std::min(text.size(), text.rfind(')') + 2U)));
+    std::string field;
+    for (int i = 3; i <= number && fields >> field; ++i) {
+    }
+    return field;
+}
+
+/// For each of `keys`, its line of /proc/PID/status or /proc/PID/limits ("Uid:", "Max open
+/// files"), the words joined by single spaces and the line ended by a line feed.
+inline std::string ProcLines(pid_t pid, std::initializer_list<const char*> keys) {
+    const std::string proc = "/proc/" + std::to_string(pid);
+    const std::string text = "\n" + ReadText(proc + "/status") + ReadText(proc + "/limits");
+    std::string seen;
+    for (const std::string key : keys) {
+        const std::size_t at = text.find("\n" + key);
+        std::istringstream words(at == std::string::npos ? "(none)"
+                                                         : text.substr(at + 1U, text.find('\n', at + 1U) - at - 1U));
+        std::string word, line;
+        while (words >> word) {
+            line += (line.empty() ? "" : " ") + word;
+        }
+        seen += line + "\n";
+    }
+    return seen;
+}
+
+/// `emd --check` on `manifest`, with `env`: its exit status and what it wrote (and logged).
+inline std::pair<int, std::string> CheckManifest(const std::string& manifest,
+                                                 const std::vector<std::string>& env = {}) {
+    ChildProcess check({"/bin/sh", "-c", "exec \"$0\" --manifest \"$1\" --check 2>&1", EMD, manifest}, env);
+    (void)check.WaitForText("(reads to the end)");
+    std::string output;
+    for (const std::string& line : check.Lines()) {
+        output += line + "\n";
+    }
+    return {check.Wait(), output};
+}
+
 /// The process has ended (gone, or a zombie nobody reaped yet).
 inline bool Gone(pid_t pid) {
     std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
