@@ -153,10 +153,10 @@ std::string GroupName(const std::string& process) {
     return name + ".process";
 }
 
-/// Removes `dir` and every group below it; false when one still holds processes.
-bool RemoveTree(const std::string& dir) {
+/// The groups right below `dir`.
+std::vector<std::string> Subgroups(const std::string& dir) {
+    std::vector<std::string> children;
     if (DIR* listing = opendir(dir.c_str()); listing != nullptr) {
-        std::vector<std::string> children;
         while (const dirent* entry = readdir(listing)) {
             const std::string name = entry->d_name;
             if (entry->d_type == DT_DIR && name != "." && name != "..") {
@@ -164,9 +164,14 @@ bool RemoveTree(const std::string& dir) {
             }
         }
         closedir(listing);
-        for (const std::string& child : children) {
-            RemoveTree(child);
-        }
+    }
+    return children;
+}
+
+/// Removes `dir` and every group below it; false when one still holds processes.
+bool RemoveTree(const std::string& dir) {
+    for (const std::string& child : Subgroups(dir)) {
+        RemoveTree(child);
     }
     return rmdir(dir.c_str()) == 0 || errno == ENOENT;
 }
@@ -175,18 +180,8 @@ bool RemoveTree(const std::string& dir) {
 void CollectPids(const std::string& dir, std::vector<pid_t>& pids) {
     const std::vector<pid_t> here = ReadPids(dir + "/cgroup.procs");
     pids.insert(pids.end(), here.begin(), here.end());
-    if (DIR* listing = opendir(dir.c_str()); listing != nullptr) {
-        std::vector<std::string> children;
-        while (const dirent* entry = readdir(listing)) {
-            const std::string name = entry->d_name;
-            if (entry->d_type == DT_DIR && name != "." && name != "..") {
-                children.push_back(dir + "/" + name);
-            }
-        }
-        closedir(listing);
-        for (const std::string& child : children) {
-            CollectPids(child, pids);
-        }
+    for (const std::string& child : Subgroups(dir)) {
+        CollectPids(child, pids);
     }
 }
 
