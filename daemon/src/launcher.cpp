@@ -19,9 +19,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <map>
-#include <memory>
 #include <vector>
 
 #include "tarn/em/util/file_system.h"
@@ -158,6 +158,7 @@ struct Prepared {
     /// Permitted, effective and inheritable sets after the identity change; null: none is set.
     cap_t capabilities{nullptr};
     cap_value_t capabilityCount{0};  ///< what the running kernel knows: 0..count-1
+    std::uint64_t bounded{0U};       ///< bit N: capability N stays bounded (libcap knows at most 64)
     cpu_set_t affinity{};
     ~Prepared() {
         if (capabilities != nullptr) {
@@ -165,11 +166,6 @@ struct Prepared {
         }
     }
 };
-
-bool Bounded(const Identity& identity, cap_value_t capability) {
-    const std::vector<int>& bounding = *identity.boundingCapabilities;
-    return std::find(bounding.begin(), bounding.end(), capability) != bounding.end();
-}
 
 /// A process that runs as root keeps its bounding set (all it could get back by an exec); one
 /// that runs as a user keeps its ambient set, which the kernel hands on across the exec.
@@ -183,6 +179,9 @@ bool Prepare(const ProcessConfig& process, Prepared& prepared) {
         return true;
     }
     prepared.capabilityCount = static_cast<cap_value_t>(cap_max_bits());
+    for (const int capability : identity.boundingCapabilities.value_or(std::vector<int>{})) {
+        prepared.bounded |= std::uint64_t{1} << static_cast<unsigned int>(capability);
+    }
     prepared.capabilities = cap_init();
     if (prepared.capabilities == nullptr) {
         return false;
@@ -227,7 +226,8 @@ void ApplyBox(int statusFd, const ProcessConfig& process, const Prepared& prepar
     const Identity& identity = process.identity;
     if (identity.boundingCapabilities) {  // while emd's CAP_SETPCAP is still there
         for (cap_value_t capability = 0; capability < prepared.capabilityCount; ++capability) {
-            if (!Bounded(identity, capability) && cap_drop_bound(capability) != 0) {
+            const bool kept = (prepared.bounded >> static_cast<unsigned int>(capability) & 1U) != 0U;
+            if (!kept && cap_drop_bound(capability) != 0) {
                 ChildFail(statusFd, kCapabilities, errno);
             }
         }
@@ -336,14 +336,12 @@ void ApplyBox(int statusFd, const ProcessConfig& process, const Prepared& prepar
     return slot;
 }
 
-}  // namespace
-
-namespace {
 std::chrono::microseconds ThreadCpu() {
     timespec now{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
     return std::chrono::seconds(now.tv_sec) + std::chrono::microseconds(now.tv_nsec / 1000);
 }
+
 }  // namespace
 
 SpawnResult PosixLauncher::Spawn(const ProcessConfig& process) {
