@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // boot_bench: how the whole system boots and stops at scale. For each N it boots N processes
 // under emd and stops them again, and in the same run does the same with the floor, bare
 // Cyclone DDS processes (boot_floor) with the same start-up. The soak mode kills supervised

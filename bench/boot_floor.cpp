@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The floor under boot_bench: bare Cyclone DDS, none of our layers. One server process and
 // N client processes that each create one participant with the discovery settings of the
 // stack, match one request writer and one reply reader with the server, make one round trip

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One method call through the whole stack (RpcClient, MethodProxyImpl, the DDS driver,
 // Skeleton, RpcServer) between two processes on loopback, measured in the same run as a raw
 // Cyclone DDS ping-pong of the same payload (ddsperf ping/pong).

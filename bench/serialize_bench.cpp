@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cost of sizing and writing the three requests, and of decoding process lists of 1, 10 and
 // 100 entries, in the SOME/IP and the DDS encoding.
 #include <benchmark/benchmark.h>

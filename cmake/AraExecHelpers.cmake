@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # One way to make every target: object library per directory, shared libraries assembled
 # from those objects, a static twin of each shared library for the tests (which need the
 # hidden symbols), and tests linked against the static twins.

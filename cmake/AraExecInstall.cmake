@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Installs the shared libraries, every public header directory, the CMake package
 # (find_package(AraExec) -> AraExec::ara_exec) and the pkg-config file ara_exec.pc.
 include(CMakePackageConfigHelpers)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fuzzes the dds error-payload decoder and the one-byte decoder.
 #include <cstddef>
 #include <cstdint>

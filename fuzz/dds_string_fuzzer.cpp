@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fuzzes the DDS string decoder.
 #include <cstddef>
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Turns the first two bytes of a fuzz input into serializer settings, so that one target
 // covers the configuration-only, member-node and TLV forms of its decoder.
 #ifndef ARA_EXEC_FUZZ_FUZZ_SETTINGS_H

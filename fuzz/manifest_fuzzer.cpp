@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fuzzes the machine manifest of emd: bytes are parsed and validated as manifest text. Every
 // input must end in a manifest that holds MachineFG and whose dependencies all name declared
 // processes, or in a refusal with a problem text.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fuzzes the TLV tag scanner: byte order and static length-field size from the first byte.
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Runs every fuzz target for a bounded time on a copy of its committed seed corpus.
 # Usage: fuzz/run.sh <build-dir> <seconds-per-target>. Exits non-zero if any target crashes.
 set -uo pipefail

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Decodes a SOME/IP process list under fuzzed settings; whatever is accepted must come back
 // unchanged after encoding it again with the same settings and decoding the result.
 #include <cstddef>

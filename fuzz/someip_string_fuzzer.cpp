@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fuzzes the SOME/IP string decoder with configuration-only, member-node and TLV settings.
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The layer check: every #include "..." in a component's include/ and src/ must name a header
 # of the component itself or of a component it declares in USES (its ara_exec_add_component
 # call). A header of any other component is an include that reaches up or sideways, and

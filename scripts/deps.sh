@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs the Debian packages the build and the tests need, when any is missing.
 # Sourced by main.sh and test.sh; needs root (or sudo) only when something must be installed.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The main job: builds the library, installs it into a local prefix, builds and runs the
 # separate consumer project in examples/consumer against that installation, then runs the
 # live demo: the installed emd supervising the example manifest, driven by emctl.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the whole project with its tests in build/ and runs the suite with ctest.
 # Usage: bash scripts/test.sh            (from the repository root or anywhere)
 set -euo pipefail

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara_crc32: writes or checks the CRC-32 sidecar `<file>.crc32` of a configuration file.
 #include <cstdio>
 #include <cstring>

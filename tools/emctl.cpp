@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // emctl: the command-line front end of Execution Management, a user of the public ara::exec
 // clients and of emd's own status service. Reads and sets Function Group states, lists and
 // restarts processes, maps a pid to a process name, reports an execution state and waits for

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Detecting the cgroup hierarchies from mountinfo and emd's membership, emd's roots in them,
 // the groups of the processes with their limits, ending a process's tree and reading its use.
 #include "cgroups.h"

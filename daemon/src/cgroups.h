@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The cgroups of the supervised processes: which hierarchies this machine has and where emd
 // itself sits in them, emd's own root in each hierarchy it uses (`ara-emd.<pid>` beside emd's
 // own group), one group per process below it with the manifest's limits, the descriptors a

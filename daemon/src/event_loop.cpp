@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // signalfd for the signals, an eventfd for posted work, poll with the next time-out.
 #include "event_loop.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon's one event loop: it owns the supervisor, reaps children on SIGCHLD, turns
 // SIGTERM and SIGINT into an orderly shutdown, fires the supervisor's time-outs, hands it the
 // notify-protocol datagrams of its processes, logs their output, and runs the work that the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Function-group transitions: begin, converge, end.
 #include "group_transition.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A function group and its transitions: the state it is in, the state it is moving to and
 // the requests waiting for the move. A transition converges in steps: first every process
 // that must not run in the target state is stopped; once none of the group's processes is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // vfork/exec of supervised processes. The child borrows emd's memory until it execs, so it
 // runs only async-signal-safe system calls, changes nothing of emd's, and never returns:
 // every string and array it needs is built beforehand. vfork copies no page tables (a fork

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Starting and signalling the supervised processes: the only part of emd that forks, execs
 // and sends signals. The supervisor sees it through the narrow Launcher interface; reaping
 // is the event loop's, which hands every exit status to the supervisor.

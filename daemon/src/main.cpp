@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // emd: reads the machine manifest, offers the Execution Management services, supervises the
 // manifest's processes, and stops them all in reverse start order on SIGTERM or SIGINT.
 #include <sys/prctl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loading and validating the machine manifest: the JSON file is parsed by the platform JSON
 // parser, then every member is checked and copied into the plain structs of manifest.h, and
 // the dependencies between processes are checked once all processes are read. The first

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The machine manifest: function groups with their states, and the processes that run in
 // them, with what each needs before it starts, how it tells it is ready and how it is
 // restarted. Read from plain JSON (objects keyed by name) through the platform JSON parser

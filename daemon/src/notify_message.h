@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One datagram of the notify protocol (the one systemd defines for NOTIFY_SOCKET), as emd
 // takes it: newline-separated VARIABLE=VALUE assignments, of which emd acts on READY=1,
 // STOPPING=1, STATUS=..., WATCHDOG=1, WATCHDOG=trigger and EXTEND_TIMEOUT_USEC=...; the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The notify socket. Datagrams on an AF_UNIX socket are charged to their sender and queue at
 // most net.unix.max_dgram_qlen deep (10 here); a sender beyond that waits in its sendmsg
 // until emd drains, so a burst of hundreds of processes is slowed, not lost. The receive

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The notify protocol's receiving end (systemd's NOTIFY_SOCKET): a datagram socket in the
 // abstract namespace, one per emd, from which the event loop drains what the supervised
 // processes send; the parser of a datagram; and the trace of a sender to the process emd

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Line assembly, escaping and the token bucket of one process's output.
 #include "output_stream.h"
 

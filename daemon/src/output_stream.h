@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The output of one supervised process as emd logs it: bytes cut into lines, each line made
 // safe for any log sink, and the lines limited in rate. No descriptor and no clock of its own:
 // the caller feeds the bytes it read and the time it read them.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process life cycle: every (phase, event) pair and what it leads to.
 #include "process_machine.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The life of one supervised process as a state machine. Handle() takes one event in the
 // process's current phase and returns what must be done about it, in the order it must be
 // done: the log lines of the transition, launches, signals, the answers to the restart

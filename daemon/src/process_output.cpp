@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The descriptors behind a process's standard output and error, and the reading of the log
 // pipes on the event loop.
 #include "process_output.h"

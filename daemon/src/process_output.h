@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the standard output and error of the supervised processes go: the descriptor a child
 // gets on 1 and 2 (made by emd before the fork), the log pipes that emd's event loop reads,
 // and emd's own descriptor limit, which those pipes need raised.

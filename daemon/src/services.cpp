@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Method handlers of the four services, each a thin hand-over to the event loop.
 #include "services.h"
 

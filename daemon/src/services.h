@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The services that emd offers: the three of Execution Management, the application service
 // (domain 2), the state manager service and the platform health manager service (domain 4),
 // and its own status service (domain 4, tarn/em/emd_status_service.h).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // JSON of emd's own service: escaping, the writer and the four answers.
 #include "status_json.h"
 

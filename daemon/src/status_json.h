@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The JSON answers of emd's own service (tarn/em/emd_status_service.h states their shapes):
 // a small writer that escapes every text it is given, and the four documents built with it.
 #ifndef TARN_EM_DAEMON_STATUS_JSON_H

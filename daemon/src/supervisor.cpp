@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The owner of the process state machines and the function groups: it feeds them their
 // events, carries out the process machines' actions, keeps the launch queue and shuts down.
 #include "supervisor.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The supervisor: the owner of every function group and every supervised process. Each
 // process is a ProcessMachine (process_machine.h); the supervisor feeds it its events
 // (launched, reported kRunning or kTerminating, exited, time-out, stop requested) and carries

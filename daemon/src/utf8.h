@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where a valid UTF-8 sequence ends: for the escaping of emd's JSON answers and of the lines
 // its processes write.
 #ifndef TARN_EM_DAEMON_UTF8_H

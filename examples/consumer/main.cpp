@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Prints the Exec error domain's messages, builds a Function Group state, and reads a Function
 // Group state through ara::exec::StateClient from an RpcServer in a child process over Cyclone
 // DDS, all with the installed library; exits non-zero if anything is not as documented.

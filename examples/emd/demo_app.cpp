@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An application as emd supervises it: reports kRunning, prints a line every interval to
 // show it works, and on SIGTERM reports kTerminating and exits 0.
 //

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # A service that is not an ara::exec application: it tells emd that it is ready, and then that
 # it is still alive, with systemd-notify (emd gives it NOTIFY_SOCKET and, for its watchdog,
 # WATCHDOG_USEC; see daemon/README.md).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // An extension library for the execution client: the two report hooks, each printing the
 // state it is given. Install it as libexec_client_extension.so where the dynamic loader
 // looks (or put its directory on LD_LIBRARY_PATH) and every ExecutionClient in a process

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lists the processes Execution Management knows with their states, then asks the name of this
 // program's own process id, and prints each outcome; exits non-zero when a call failed. Start
 // it under a running Execution Management (or the test server,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reports kRunning and then kTerminating to Execution Management and prints each outcome;
 // exits non-zero when a report failed. Start it under a running Execution Management (or
 // the test server, tests/support/src/em_test_server.cpp) on the same DDS domain.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads the state of Function Group "MachineFG", asks for its transition to "Running" and
 // prints each outcome; exits non-zero when a call failed. Start it under a running Execution
 // Management (or the test server, tests/support/src/em_test_server.cpp) on the same DDS domain.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What each client class keeps for the whole process: its RPC endpoint on one Execution
 // Management service, the "EMCL" logger, whether the one-time set-up left it usable, and its
 // discovery wait; plus the steps every client shares (set-up, readiness, sending a request).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // DDS encoding of `ara::exec::Process` and of a list of processes: the forms a server
 // writes, and the size counter, member enumerator and sequence walker of a reply.
 #include <algorithm>

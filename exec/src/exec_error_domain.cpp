@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The Exec error domain: name, message table, exception. A process that holds this domain
 // also makes its codes those that an RPC client built without codes of its own reports.
 #include "ara/exec/exec_error_domain.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The execution client: the process-wide endpoint on Execution Management's application
 // service, its one-time set-up, and the execution state report (method 0, arguments process
 // id and state, no result).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loading of the extension library and its two report hooks.
 #include "execution_client_inner.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The report hooks that an optional extension library supplies: loaded once per process and
 // called by the execution client immediately before and after each report is sent.
 #ifndef ARA_EXEC_INNER_EXECUTION_CLIENT_INNER_H

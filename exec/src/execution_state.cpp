@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names of the execution states, built at library load.
 #include "ara/exec/execution_state.h"
 

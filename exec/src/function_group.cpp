@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // FunctionGroup and FunctionGroupState: construction tokens and comparison.
 #include "ara/exec/function_group.h"
 

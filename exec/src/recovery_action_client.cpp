@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The recovery action client: the process-wide endpoint on Execution Management's platform
 // health manager service, its one-time set-up, the readiness check, and the three calls: a
 // process restart (method 3, name and flag), the process list (method 4, client name, returns

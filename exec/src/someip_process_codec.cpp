@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SOME/IP encoding of `ara::exec::Process` and of a list of processes: the structure and
 // container forms a server writes, and the walkers that measure and decode them in a reply.
 #include <cstring>

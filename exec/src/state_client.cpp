@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The state client: the process-wide endpoint on Execution Management's state manager service,
 // its one-time set-up, the readiness check, and the three calls: the initial transition result
 // (method 1, no arguments), a state change (method 2, group path and state name) and a state

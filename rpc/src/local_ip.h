@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two halves of RpcBase::GetLocalIp, apart so that tests can give them interface lists.
 #ifndef TARN_EM_UTIL_LOCAL_IP_H
 #define TARN_EM_UTIL_LOCAL_IP_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Endpoint defaults, the loopback address choice and the one-time start of the DDS driver.
 #include "tarn/em/util/rpc_base.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Discovery of the Execution Management service, the one-shot ready signal, the offline
 // handling and the method descriptors of the RPC client.
 #include "tarn/em/util/rpc_client.h"

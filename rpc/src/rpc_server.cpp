@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The server end of an RPC service: its skeleton, the method descriptors it serves and the
 // offer it withdraws when it goes.
 #include "tarn/em/util/rpc_server.h"

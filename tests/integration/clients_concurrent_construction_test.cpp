@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Clients of every class constructed on several threads at once, with no server: each
 // construction re-applies its class's endpoint settings while other threads construct clients
 // of the same or another class, or run the one-time set-up that reads those settings.

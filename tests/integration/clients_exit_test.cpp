@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A process that constructs every client and ends without making a call: the static endpoints,
 // the transport and the extension library must go down cleanly at exit. The sanitizer builds
 // turn a fault there into a failing exit code, which fails this test.

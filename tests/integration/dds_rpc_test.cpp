@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The DDS transport's two method halves in one process over real Cyclone DDS: bytes and the
 // error flag travel unchanged, and peers that never matched fail with a log line.
 #include <gtest/gtest.h>

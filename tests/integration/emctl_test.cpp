@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // emctl against emd on the example manifest, end to end: every verb's output, error line
 // and exit code, and the --json output read back with the JSON parser; manifests validated
 // as emd --check validates them.

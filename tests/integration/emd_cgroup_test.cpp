@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // emd's cgroups seen from outside: limits read back from the cgroup files, processes counted and
 // found gone in /proc, the kernel's OOM counter. A test needing what the machine lacks (root, a
 // controller, cgroup.kill) skips, or fails when ARA_EXEC_REQUIRE_CGROUPS names it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where emd sends what its processes print, with shell scripts that write to standard output
 // and error: into emd's log tagged with the process's name (a last line without a line feed
 // too), nowhere, into a file owned by the process's user, or emd's own. emd raises

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // emd with a process that tells it is ready through the notify protocol (NOTIFY_SOCKET), while
 // a stranger's datagram is ignored and the notify variables emd itself was given never reach
 // the process. Each case runs in a copy of this program with a discovery tag of its own.

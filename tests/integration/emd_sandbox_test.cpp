@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who a supervised process runs as and what it may use, read back from /proc of the running
 // process rather than from emd: user, groups, capabilities, no-new-privileges, resource
 // limits, CPU affinity, scheduling, and the clean start (own session, default signal

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // emd at the size of a real machine, through the public clients: a hundred processes that
 // all report and all stop, a stop that does not wait for callers that are gone, and a client
 // that finds emd again after emd stalled and after emd was killed and started anew. Not run

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // emd supervising programs none of us wrote: shell scripts that speak the notify protocol
 // through Debian's systemd-notify, and sleep. What started when is read from /proc; the
 // dependency order, the watchdog and the escalation to a group's onFailure state are checked

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // emd in a process of its own supervising real processes, driven through the public clients.
 // What runs is read from /proc (emd's children by parent pid), never from emd's answers; the
 // refusals of unknown names, states and pids are emctl_test's. The clients' state is process-wide,

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The execution client in processes of its own against the scripted server, with and
 # without an extension library.
 foreach(hooks both after_only)

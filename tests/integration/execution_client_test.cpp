@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The execution client against the scripted server over Cyclone DDS, with and without an
 // extension library. Its state is process-wide, so each case runs in a copy of this program.
 #include "ara/exec/execution_client.h"

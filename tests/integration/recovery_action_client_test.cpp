@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The recovery action client against the scripted server over Cyclone DDS; each case runs in a copy of this program.
 #include "ara/exec/recovery_action_client.h"
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # RPC clients against the scripted server in another process, over Cyclone DDS.
 ara_exec_add_test(NAME rpc_transport_test SOURCES rpc_transport_test.cpp LINK ara_exec_static)
 target_compile_definitions(rpc_transport_test PRIVATE EM_TEST_SERVER="$<TARGET_FILE:em_test_server>")

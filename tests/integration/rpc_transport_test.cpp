@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Method calls over Cyclone DDS between processes: the scripted server in one process, RPC
 // clients in this one (and in copies of this program started as clients): replies and
 // errors of every kind, a server that dies or never answers, bursts from threads and

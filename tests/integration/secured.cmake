@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Caller authorisation with DDS Security on loopback: a PKI made by ara-exec-pki, emd and its
 # test app with their identities, emctl as the state manager, the health manager and an
 # application, and credentials that must be refused (a foreign grant, an expired certificate).

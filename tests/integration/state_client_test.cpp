@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The state client against the scripted server over Cyclone DDS: how replies, transport errors and a
 // lost or missing service reach the caller. Its state is process-wide, so each case runs in a copy of this program.
 #include "ara/exec/state_client.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # emd on one host and emctl on another (calls, and pending calls failing within the lease when
 # the daemon's link goes down or the daemon is killed): two network namespaces joined by a veth pair, with
 # multicast discovery, with unicast peers, and with the library's hub discovery pointed at the

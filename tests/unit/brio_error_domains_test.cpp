@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Com, E2E and Dynamic domains; the request record's fixed values (they go on the DDS wire)
 // and the method UUID text.
 #include <gtest/gtest.h>

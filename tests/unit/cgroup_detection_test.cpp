@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where emd finds its own cgroups: lines of /proc/self/mountinfo and /proc/self/cgroup as
 // kernels, systemd and containers write them, and lines that are not.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bounds-checked copy, and error codes: compared by domain id, thrown with their message.
 #include <gtest/gtest.h>
 

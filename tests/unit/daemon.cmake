@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Unit tests of the emd daemon: the machine manifest; the process state machine and the
 # function-group transitions with a fake launcher and a test-driven clock; the JSON of emd's
 # own service; the line assembly and rate limit of the processes' output.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The machine manifest of emd: the refusals that tests/support/scripts/manifest_schema_agrees.py
 // (which checks emd's place and problem for every other kind) does not reach, and a full
 // manifest read back member by member with its defaults.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Configuration text of the process's Cyclone domains, and DDSDriver::Init with broken ones.
 #include <dds/dds.h>
 #include <gtest/gtest.h>

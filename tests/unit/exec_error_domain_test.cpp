@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names, ids and message tables of the Exec, Core and Future domains; function groups and their states.
 #include "ara/exec/exec_error_domain.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // FileSystem on real files: joining, resolution, access tests, listing, the character check.
 #include "tarn/em/util/file_system.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::core::Future and Promise: results, standard future errors, continuations and their threads.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

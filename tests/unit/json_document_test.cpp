@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The JSON document: result codes for bad files, limits, CRC sidecars, total accessors.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // KeyValueStorage copies read on several threads while the original is replaced: the shared
 // stored values must be released exactly once and never read after release.
 #include <gtest/gtest.h>

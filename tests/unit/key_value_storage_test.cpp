@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // KeyValueStorage getters at the type boundaries, lookup and comparison, and loading from
 // JSON files: structure, CRC verification matrix, bad files.
 #include "tarn/em/util/key_value_storage.h"

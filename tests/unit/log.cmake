@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Tests of the platform log library, and the helper program the process tests run.
 set(ARA_LOG_SRC_DIR ${PROJECT_SOURCE_DIR}/platform/log/src)
 

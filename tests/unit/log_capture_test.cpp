@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The log library without a process around it. Records as the capture sink sees them: exact
 // texts, contexts and levels, value formatting, filtered streams, nested captures, rate limits per
 // log id. Its rules: ARA_LOG_SINK / ARA_LOG_LEVEL settings, four-character DLT ids, and rate-limit

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Many threads logging at once: every record arrives whole, per-thread order holds, and the
 // rate limit holds across threads.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The log library in a process of its own: the environment choosing sinks and threshold, the
 // console line, logging during static destruction, DLT output read back from a file, and
 // prompt exit without a DLT daemon.

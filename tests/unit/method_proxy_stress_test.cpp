@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The method proxy under concurrency: many callers against a driver that answers from its own
 // thread in random order, and continuations that send the next request on the same proxy.
 #include <gtest/gtest.h>

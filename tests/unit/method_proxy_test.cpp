@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The method proxy over the scripted driver. Request path: session ids, request bytes, failures
 // and their log ids, fire-and-forget, lost requests, waiting-promise release, driver hand-over.
 // Reply path: values and errors in both encodings, malformed payloads, unknown and repeated

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The notify protocol in emd: the datagram parser, the trace of a sender through a made-up /proc,
 // and the socket's size limit; the barrier and a process's variables are emd_readiness_test's.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How emd turns a process's output into log records: lines cut at line feeds and at 4096
 // bytes (never inside a character), bytes that could break a log escaped, and the token
 // bucket of 1000 lines refilled at 200 per second with its count of dropped lines.

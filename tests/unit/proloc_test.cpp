@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Process-local transport: round trips for every argument list through the parked-object
 // memories, loans handed back, and the memories' own bookkeeping.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Method proxy engine and the ara::core result, future and promise types.
 ara_exec_add_test(NAME result_test SOURCES result_test.cpp LINK ara_exec_static)
 # Every future/promise case involves more than one thread, so all of them run under TSan.

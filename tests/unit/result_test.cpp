@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::core::Result: thrown domain exceptions and the abort paths of the accessors.
 #include "ara/core/result.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // RPC endpoints without a network: loopback address choice, method descriptors, method
 // binding and the discovery state machine of the RPC client over a scripted transport.
 #include <arpa/inet.h>

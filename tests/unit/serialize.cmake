@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Serialization: TLV framing, SOME/IP and DDS encoders and decoders, parameter serializer.
 ara_exec_add_test(
   NAME serialize_test

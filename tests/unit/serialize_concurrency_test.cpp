@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Encoders and decoders from several threads at once over one shared, read-only node tree:
 // no hidden shared state (the sanitizer build of this label runs under TSan).
 #include <gtest/gtest.h>

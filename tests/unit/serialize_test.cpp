@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // TLV framing, the SOME/IP and DDS encoders and decoders, and the request payloads: exact bytes,
 // length-field limits, padding, error payloads, malformed and truncated input, round trips.
 #include <gtest/gtest.h>

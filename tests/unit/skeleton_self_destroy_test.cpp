@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A skeleton destroyed by one of its own handlers, on the skeleton's dispatcher thread: the
 // reply still goes out, and the dispatcher ends without touching what the skeleton owned.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The JSON of emd's own service: every text is escaped so that a strict parser (the one emctl
 // uses) reads back what was meant, whatever bytes a manifest or a process handed emd.
 #include "status_json.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // StringProcess and the clock readings: name=value splitting, strict decimal parsing,
 // environment lookup, C string arrays (also when allocation fails).
 #include "tarn/em/util/string_process.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // emd's process state machine and function-group transitions without processes or DDS: a
 // fake launcher hands out pids and records signals, and time is whatever the test passes.
 #include "supervisor.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Unit tests of the file-system, string and time helpers and the key-value storage.
 ara_exec_add_test(NAME file_system_test SOURCES file_system_test.cpp LINK ara_exec_static)
 ara_exec_add_test(NAME string_process_test SOURCES string_process_test.cpp LINK ara_exec_static)

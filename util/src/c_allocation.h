@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The C allocation functions behind StringProcess::TransferVectorStringToC. They are a seam:
 // tests replace them to make an allocation fail; production code never changes them.
 #ifndef TARN_EM_UTIL_C_ALLOCATION_H

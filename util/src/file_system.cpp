@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // FileSystem: path joining, resolution, access tests, directory listing and the character
 // check for paths passed to other programs.
 #include "tarn/em/util/file_system.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Conversion of a parsed JSON document into KeyValueStorage, and the file loader.
 #include "tarn/em/util/json_key_value_storage.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // KeyValueStorage: lookup in a list, the checked getters and the shallow comparison.
 #include "tarn/em/util/key_value_storage.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The library-wide loggers; the log library creates a context on first use, so taking
 // them during static initialisation is safe.
 #include "tarn/em/log_em.h"

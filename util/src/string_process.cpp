@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // StringProcess and the clock readings.
 #include "tarn/em/util/string_process.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The logger of the utilities: the library-wide Execution Management context "EM".
 #ifndef TARN_EM_UTIL_UTIL_LOG_H
 #define TARN_EM_UTIL_UTIL_LOG_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The method proxies of one service user and their binding to transports.
 #include "kelp/brio/brio.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process-wide table of transports and the out-of-line parts of the transport types.
 #include "kelp/brio/driver/driver.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Com, E2E and Dynamic error domains.
 #include "kelp/brio/api/types/error_domains.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The result-type independent part of the method proxy: binding, E2E result, error table,
 // session ids, reading error replies, statistics and every log line of the request and reply paths.
 #include "kelp/brio/detail/method_proxy_base.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Process-local method driver and the registry of process-local servers.
 #include "kelp/driver/proloc/proloc_method_handler.h"
 

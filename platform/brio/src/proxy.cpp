@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Client side of one service: discovery over the transports, error registration and the
 // release of waiting calls per method.
 #include "kelp/brio/proxy.h"

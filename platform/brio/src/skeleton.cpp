@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server side of one service: offers, method servers on their transports and in-process, and
 // the queue of received calls with its dispatcher thread.
 #include "kelp/brio/skeleton.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Out-of-line parts of the middleware's descriptor and message types.
 #include <map>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Process abort with a message and an optional user handler.
 #include "ara/core/abort.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The Core and Future error domains of ara::core: names, message texts, exceptions.
 #include "ara/core/abort.h"
 #include "ara/core/core_error_domain.h"

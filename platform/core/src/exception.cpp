@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Out-of-line parts of ara::core::Exception (its vtable and type information live here).
 #include "ara/core/exception.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Out-of-line parts of ara::core::Future: mapping standard future errors and statuses.
 #include "ara/core/future.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bounds-checked memory copy.
 #include "ara/core/memcpy_s.h"
 

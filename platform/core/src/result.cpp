@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Abort paths of ara::core::Result.
 #include "ara/core/result.h"
 

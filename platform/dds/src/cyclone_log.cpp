@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The Cyclone log sink: records go to the "CM" log as "[CycloneDDS][<level>][<text>]", at most
 // 20 per level and second.
 #include "cyclone_log.h"

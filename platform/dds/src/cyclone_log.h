@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cyclone DDS's own log records (errors and warnings: a configuration file that cannot be
 // read, an interface that does not exist, refused security settings) go to the "CM" log, so
 // the reason of a failed call is in our log and not only on Cyclone's standard error.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process's Cyclone domains: creation on first use, and each domain's worker thread.
 #include "dds_domain.h"
 

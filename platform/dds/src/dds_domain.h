@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One Cyclone domain and participant per DDS domain id per process, shared by every method,
 // offer and discovery of that id, with the worker thread that runs the domain's deferred work.
 #ifndef KELP_DRIVER_DDS_DDS_DOMAIN_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // DDSDriver::Init, and the DDS transport it registers with the middleware.
 #include "kelp/driver/dds/dds_driver.h"
 

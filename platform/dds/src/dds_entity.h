@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Owners of Cyclone DDS handles (entities, QoS, listeners) and the result type every Cyclone
 // return code becomes at this transport's boundary.
 #ifndef KELP_DRIVER_DDS_DDS_ENTITY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Client half of a DDS method: matching, request writes, reply routing and state reports.
 #include "dds_method_handler.h"
 

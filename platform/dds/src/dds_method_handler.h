@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Client half of a DDS method: request writer and reply reader on the method's two topics.
 #ifndef KELP_DRIVER_DDS_DDS_METHOD_HANDLER_H
 #define KELP_DRIVER_DDS_DDS_METHOD_HANDLER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server half of a DDS method: request delivery, and replies written with the writer of the
 // requester's bucket, at once when that writer has matched the requester's reply reader and
 // can write without waiting, else by the domain's reply pump.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server half of a DDS method: request reader and reply writer on the method's two topics.
 #ifndef KELP_DRIVER_DDS_DDS_METHOD_SERVER_HANDLER_H
 #define KELP_DRIVER_DDS_DDS_METHOD_SERVER_HANDLER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Out-of-line parts of the DDS descriptors.
 #include "kelp/driver/dds/dds_types.h"
 

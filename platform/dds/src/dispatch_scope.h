@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Callbacks handed to the transport, and the thread-local record of which of them (and which
 // listeners) the current thread is inside. A listener or callback may destroy the very object
 // that called it; the record lets that object avoid waiting for itself.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Building the domain configuration text; see domain_config.h for the fragments and their order.
 #include "domain_config.h"
 

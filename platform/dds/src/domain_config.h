@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The configuration text each Cyclone domain of this process is created with.
 //
 // dds_create_domain ignores CYCLONEDDS_URI when it is given a configuration, so the text is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Method topic QoS, taken samples as message records, and the encoding choice.
 #include "method_endpoint.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the client and server halves of a DDS method share: the QoS of the method topics, the
 // message record that owns a taken sample, the process's encoding choice, and the closing of
 // an endpoint whose listener may be the caller.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The pump's thread: held replies first (they are older), then the newly queued ones.
 #include "reply_pump.h"
 

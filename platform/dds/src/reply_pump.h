@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Replies of the server halves of one domain, written on a thread of the domain's own.
 //
 // The thread that answers a call (a skeleton's dispatcher, emd's event loop) only queues its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Offers, discoveries and the availability of services in one domain.
 #include "service_directory.h"
 

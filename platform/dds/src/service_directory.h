@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Service offers and service discovery of one domain, over the domain's offer topic
 // KELP_SERVICE_OFFER, keyed by (service id, instance id): reliable, transient-local, with
 // AUTOMATIC writer liveliness, and writer_data_lifecycle(autodispose=false) so that a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // CRC-32 sidecar files: computing, formatting, writing and checking them.
 #include "ara/quill/common/jsonParser/crc_sidecar.h"
 

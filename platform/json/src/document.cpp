@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The JSON document over RapidJSON: file reading, CRC verification, parsing with limits,
 // and the total accessors.
 #include "ara/quill/common/jsonParser/document.h"

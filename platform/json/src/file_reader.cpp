@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole-file reads for the parser and the CRC sidecar.
 #include "file_reader.h"
 

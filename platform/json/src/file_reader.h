@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading a whole configuration file into memory with a size cap.
 #ifndef ARA_QUILL_COMMON_JSONPARSER_FILE_READER_H
 #define ARA_QUILL_COMMON_JSONPARSER_FILE_READER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // RapidJSON configuration of the parser: include RapidJSON only through this header.
 //
 // RapidJSON's assertions guard misuse of its API (a missing member looked up with

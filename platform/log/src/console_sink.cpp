@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Console output of records and of the library's own diagnostics.
 #include "console_sink.h"
 

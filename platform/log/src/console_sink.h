@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The console sink: one line per record on standard error.
 #ifndef ARA_QUILL_COMMON_LOG_SRC_CONSOLE_SINK_H
 #define ARA_QUILL_COMMON_LOG_SRC_CONSOLE_SINK_H

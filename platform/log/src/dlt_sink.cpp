@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records to DLT: application and context registration, level mapping and orderly teardown.
 #include "dlt_sink.h"
 

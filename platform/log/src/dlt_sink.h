@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The DLT sink: one DLT application per process, one DLT context per log context.
 #ifndef ARA_QUILL_COMMON_LOG_SRC_DLT_SINK_H
 #define ARA_QUILL_COMMON_LOG_SRC_DLT_SINK_H

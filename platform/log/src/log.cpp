@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Log, LogStreamBuffer and CaptureSink: the public face of the log library.
 #include "ara/quill/common/log/log.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Parsing of the environment settings that choose the sinks and the level threshold.
 #include "log_config.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading the sink list and level threshold from the environment (ARA_LOG_SINK, ARA_LOG_LEVEL).
 #ifndef ARA_QUILL_COMMON_LOG_SRC_LOG_CONFIG_H
 #define ARA_QUILL_COMMON_LOG_SRC_LOG_CONFIG_H

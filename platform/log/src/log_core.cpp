@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Routing of records to the capture, console and DLT sinks, and the process-wide log state.
 #include "log_core.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process-wide state behind every Log: configuration, the logger registry, the rate
 // limiter, installed captures and the routing of records to sinks.
 #ifndef ARA_QUILL_COMMON_LOG_SRC_LOG_CORE_H

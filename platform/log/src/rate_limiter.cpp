@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fixed-window rate limiting per log id.
 #include "rate_limiter.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Per-log-id rate limiting of records: a fixed window of `period` ms admitting `count` records.
 #ifndef ARA_QUILL_COMMON_LOG_SRC_RATE_LIMITER_H
 #define ARA_QUILL_COMMON_LOG_SRC_RATE_LIMITER_H

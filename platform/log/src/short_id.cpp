@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Derivation of four-character DLT ids.
 #include "short_id.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Four-character ids for DLT applications and contexts derived from longer names.
 #ifndef ARA_QUILL_COMMON_LOG_SRC_SHORT_ID_H
 #define ARA_QUILL_COMMON_LOG_SRC_SHORT_ID_H

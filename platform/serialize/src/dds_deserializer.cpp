@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // DDS decoders of replies, their size counter and the member enumerator. Every read is
 // checked against the byte range the decoder was given.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // DDS encoders: strings, the process and process-list forms and the error payload.
 #include <cstring>
 

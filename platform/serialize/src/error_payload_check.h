@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The size and kind check of a 17-byte error payload, shared by both encodings; only the
 // texts of two messages differ between them.
 #ifndef KELP_SERIALIZE_SRC_ERROR_PAYLOAD_CHECK_H

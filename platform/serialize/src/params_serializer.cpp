@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Method parameter serializer: size pass and write pass over the arguments of one request.
 #include "kelp/brio/serialize/params_serializer.h"
 

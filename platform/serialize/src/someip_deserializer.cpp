@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SOME/IP decoders of replies and their size counters. Every read is checked against the
 // byte range the decoder was given.
 #include <cstring>

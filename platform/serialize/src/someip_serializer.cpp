@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SOME/IP encoders of the generic values: string sizing and writing, and the error payload.
 #include "ara/quill/common/log/log.h"
 #include "kelp/serialize/someip/basic_serializer.h"

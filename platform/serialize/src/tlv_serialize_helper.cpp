@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // TLV length-field writer, tag forming and the tag scanner.
 #include "tlv/serialize/tlv_serialize_helper.h"
 

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The layer check must fail on an include that reaches up: run it on a copy of the
 # components' CMake files and sources in which the bottom layer includes a client header.
 set -euo pipefail

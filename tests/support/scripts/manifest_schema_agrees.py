@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Keeps daemon/manifest.schema.json in step with emd's validation: each manifest of the table
 is checked by `emd --check` (exit 0 or 3) and by the schema, and both must give the row's
 verdict. Rows marked EMD_ONLY hold what a schema cannot see (files, states and groups named,

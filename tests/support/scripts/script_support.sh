@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Sourced by the deployment test scripts after they set `script_name`: a scratch directory
 # ($work) and the processes the script owns ($owned), both gone on every exit; fail(), which
 # shows the end of emd's log; member(), a member "name": value of a JSON object.

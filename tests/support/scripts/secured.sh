@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Caller authorisation with DDS Security on loopback: a PKI from ara-exec-pki, emd with its own
 # identity supervising a TEST_APP that reports with the application identity, and emctl as
 # each of the other identities. The state manager may change states and the health manager

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Two hosts on one machine: network namespaces A and B joined by a veth pair (10.77.0.1 on
 # veth-a, 10.77.0.2 on veth-b). emd runs on A, supervising TEST_APP processes; emctl on B
 # drives it over DDS, with multicast discovery, with unicast peers listed on both sides, or

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A scripted Execution Management server for tests: serves the application, state manager
 // and health manager services over DDS, each method answering as the command line says.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A process for emd to supervise in tests. Reports kRunning through the execution client
 // (retrying until emd is found), then behaves as its mode says; on SIGTERM it reports
 // kTerminating and exits 0 unless told to ignore the signal.

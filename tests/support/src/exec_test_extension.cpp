@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Report hooks for the execution client's tests, logging "[TestHook][before][state=0]" and the like in context TEST.
 #include "ara/exec/execution_state.h"
 #include "ara/quill/common/log/log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Child program of the log process tests: emits one record per level and exits, while a logger
 // held in a static logs again during static destruction.
 // usage: log_emitter <appId|-> <ctxId> <text> [busy]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // emd's own service: what the three Execution Management services cannot carry (a process's
 // or a group's status in detail, start-up timings, the dependencies between processes), for
 // emctl and other tools of the machine's operator. Stated once for emd and its callers, on

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The Exec error domain: codes of Execution Management, their messages and exception.
 #ifndef ARA_EXEC_EXEC_ERROR_DOMAIN_H
 #define ARA_EXEC_EXEC_ERROR_DOMAIN_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::exec::ExecutionClient: how an application process reports its own execution state
 // to Execution Management.
 #ifndef ARA_EXEC_EXECUTION_CLIENT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The execution states a process reports to Execution Management.
 #ifndef ARA_EXEC_EXECUTION_STATE_H
 #define ARA_EXEC_EXECUTION_STATE_H

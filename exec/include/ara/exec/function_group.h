@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::exec::FunctionGroup: a view of a Function Group's meta-model path.
 #ifndef ARA_EXEC_FUNCTION_GROUP_H
 #define ARA_EXEC_FUNCTION_GROUP_H

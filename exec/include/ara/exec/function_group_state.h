@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::exec::FunctionGroupState: a Function Group together with one of its state names.
 #ifndef ARA_EXEC_FUNCTION_GROUP_STATE_H
 #define ARA_EXEC_FUNCTION_GROUP_STATE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::exec::Process: one entry of the process list reported by Execution Management.
 #ifndef ARA_EXEC_PROCESS_H
 #define ARA_EXEC_PROCESS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::exec::RecoveryActionClient: how the platform health manager asks Execution Management to
 // restart a process, lists the processes with their states and maps a process id to a name.
 #ifndef ARA_EXEC_RECOVERY_ACTION_CLIENT_H

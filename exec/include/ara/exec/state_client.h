@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::exec::StateClient: how the state-management application requests Function Group state
 // changes from Execution Management, reads a Function Group's state and learns the result of
 // the initial machine-state transition.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The contract of the three Execution Management services, stated once for both ends: where
 // each service lives, its methods (id, argument types, result type) and the error codes its
 // replies may carry, and how a server serves one of them. The clients of this library, emd,

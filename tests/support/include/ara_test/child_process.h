@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A program a test starts and owns: its standard output is read line by line, its standard
 // input stays open until the test lets it go, it dies with the test (PR_SET_PDEATHSIG), and
 // it is killed and reaped on every exit path.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the client tests against the scripted server (em_test_server) share: each case runs in a
 // copy of the test program, since a client's endpoint is process-wide; the server is started with
 // scripted methods; the client's records and the calls' results are compared as lines.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tests of emd share: each runs in a fresh copy of the test program (the clients'
 // state is process-wide) with a discovery tag and ports of its own; emd in a process of its
 // own, with the state manager's and health manager's clients; manifest members; /proc checks.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A scripted transport for middleware tests: method handlers are FakeMethodHandlers, and the
 // test announces the service's coming and going to every running discovery.
 #ifndef ARA_TEST_FAKE_DRIVER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A scripted method driver for proxy tests: records every send, can refuse a send or a
 // buffer, and delivers any reply message, from any thread, to the registered callback.
 #ifndef ARA_TEST_FAKE_METHOD_HANDLER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Matchers for results and error codes: EXPECT_THAT(result, HasError(ExecErrc::kBusy)).
 #ifndef ARA_TEST_MATCHERS_H
 #define ARA_TEST_MATCHERS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A temporary directory for tests that work on real files, removed with everything in it.
 #ifndef ARA_TEST_TEMP_DIR_H
 #define ARA_TEST_TEMP_DIR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Library-wide loggers of Execution Management, taken when the library is loaded.
 #ifndef TARN_EM_LOG_EM_H
 #define TARN_EM_LOG_EM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SOME/IP decoders of this library's values: the generic ones of the middleware (scalars,
 // strings, error payloads) and those of `ara::exec::Process` and of a list of processes,
 // which the clients read and emd writes.

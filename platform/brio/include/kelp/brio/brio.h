@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The middleware object of one service user: its method proxies, keyed by method id, and
 // the binding of each proxy to the transport its descriptor names.
 #ifndef KELP_BRIO_BRIO_H

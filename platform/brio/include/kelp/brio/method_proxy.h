@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The type-erased client half of one remote method, as the middleware holds it.
 #ifndef KELP_BRIO_METHOD_PROXY_H
 #define KELP_BRIO_METHOD_PROXY_H

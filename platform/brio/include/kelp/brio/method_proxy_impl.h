@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client half of one remote method: numbers requests, serializes their arguments,
 // keeps one promise per outstanding request and completes it from the reply or an error.
 #ifndef KELP_BRIO_METHOD_PROXY_IMPL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Client side of one service: the method proxies of a Brio plus service discovery, error
 // registration per method and the release of waiting calls when the service goes away.
 #ifndef KELP_BRIO_PROXY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server side of one service: offers it on its transports and serves typed methods. Requests
 // are decoded with the library's serializers, handed to the method's handler on the
 // skeleton's own dispatcher thread (event mode) or on ProcessNextMethodCall (poll mode), and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::core::Abort: the one way the platform ends a process on a broken contract.
 #ifndef ARA_CORE_ABORT_H
 #define ARA_CORE_ABORT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The Core error domain of ara::core.
 #ifndef ARA_CORE_CORE_ERROR_DOMAIN_H
 #define ARA_CORE_CORE_ERROR_DOMAIN_H

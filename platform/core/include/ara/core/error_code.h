@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::core::ErrorCode: a code value of some domain plus a support-data word.
 #ifndef ARA_CORE_ERROR_CODE_H
 #define ARA_CORE_ERROR_CODE_H

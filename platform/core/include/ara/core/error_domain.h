@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::core::ErrorDomain: the base of every error domain.
 #ifndef ARA_CORE_ERROR_DOMAIN_H
 #define ARA_CORE_ERROR_DOMAIN_H

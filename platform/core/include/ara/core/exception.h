@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::core::Exception: the base of every domain's exception type.
 #ifndef ARA_CORE_EXCEPTION_H
 #define ARA_CORE_EXCEPTION_H

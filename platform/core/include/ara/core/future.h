@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::core::Future: the reading end of one asynchronous ara::core::Result, with continuations.
 #ifndef ARA_CORE_FUTURE_H
 #define ARA_CORE_FUTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bounds-checked copy used for every copy into or out of a message buffer.
 #ifndef ARA_CORE_MEMCPY_S_H
 #define ARA_CORE_MEMCPY_S_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::core::Promise: the completing end of one asynchronous ara::core::Result.
 #ifndef ARA_CORE_PROMISE_H
 #define ARA_CORE_PROMISE_H

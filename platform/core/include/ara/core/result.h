@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::core::Result<T, E>: either a value of T or an error of E (ErrorCode by default).
 #ifndef ARA_CORE_RESULT_H
 #define ARA_CORE_RESULT_H

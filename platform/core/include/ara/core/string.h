@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::core::String: owned character string.
 #ifndef ARA_CORE_STRING_H
 #define ARA_CORE_STRING_H

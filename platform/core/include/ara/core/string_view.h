@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::core::StringView: non-owning view of characters.
 #ifndef ARA_CORE_STRING_VIEW_H
 #define ARA_CORE_STRING_VIEW_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Settings shared by every encoder and decoder and by the transports that report them: encoding kind, byte order, the
 // per-method configuration, the per-member deployment node, and the byte-order and size helpers.
 #ifndef KELP_SERIALIZE_SERIALIZE_CONFIG_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // TLV framing of SOME/IP payloads: the 16-bit tag, the length-field writer and the tag
 // scanner that indexes a stream by data id.
 #ifndef TLV_SERIALIZE_TLV_SERIALIZE_HELPER_H

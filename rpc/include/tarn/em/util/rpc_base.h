@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Addressing of one Execution Management RPC service on the DDS middleware, the process-wide
 // start of the DDS driver, and the process-wide choice of the loopback address it runs on.
 #ifndef TARN_EM_UTIL_RPC_BASE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client end of one Execution Management RPC service: binds its methods, starts service
 // discovery once, turns the first "found" into a one-shot ready signal, and fails the
 // waiting calls of every bound method when the service goes offline.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The server end of one Execution Management RPC service: an endpoint configuration that
 // owns a middleware skeleton and withdraws its offer when destroyed.
 #ifndef TARN_EM_UTIL_RPC_SERVER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tarn::em::util::FileSystem: joining, resolving, testing and listing local paths, and the
 // character check for paths handed to other programs.
 #ifndef TARN_EM_UTIL_FILE_SYSTEM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loading a KeyValueStorage from a JSON file read through the platform JSON parser.
 #ifndef TARN_EM_UTIL_JSON_KEY_VALUE_STORAGE_H
 #define TARN_EM_UTIL_JSON_KEY_VALUE_STORAGE_H

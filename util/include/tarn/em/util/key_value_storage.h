@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tarn::em::util::KeyValueStorage: a named, dynamically typed configuration value (scalar,
 // text, null, nested storage or list of named values) with checked getters.
 #ifndef TARN_EM_UTIL_KEY_VALUE_STORAGE_H

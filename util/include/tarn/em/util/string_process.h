@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tarn::em::util::StringProcess: C string arrays for operating-system calls, environment
 // lookup and name=value splitting, strict unsigned decimal parsing.
 #ifndef TARN_EM_UTIL_STRING_PROCESS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client half of one remote method, as far as it does not depend on the result type:
 // the driver, descriptor and statistics it is bound to, the E2E result of the last reply,
 // the error codes it accepts, session numbering, reading error replies, and its log lines.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Template bodies of MethodProxyImpl<T>: the promises, the typed arguments of a request and
 // the typed result of a reply. The rest is detail::MethodProxyBase (src/method_proxy_base.cpp).
 #ifndef KELP_BRIO_DETAIL_METHOD_PROXY_IMPL_INL

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server-side wire forms of the skeleton: request arguments read in the encoding the client's
 // parameter serializer writes (no deployment nodes), and replies written in the forms the
 // client's method proxy reads.

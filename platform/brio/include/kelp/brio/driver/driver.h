@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A transport as the middleware sees it: the server half of a method, service offers and
 // service discovery, and the process-wide table in which each transport registers itself
 // when it starts (the DDS driver from DDSDriver::Init()).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one seam between a method proxy and a transport.
 #ifndef KELP_BRIO_DRIVER_METHOD_HANDLER_H
 #define KELP_BRIO_DRIVER_METHOD_HANDLER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two-byte outcome of an end-to-end check: check status, then state-machine state.
 #ifndef KELP_COM_E2EXF_E2E_RESULT_H
 #define KELP_COM_E2EXF_E2E_RESULT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Outcome of an end-to-end protection check of one received message.
 #ifndef KELP_COM_E2EXF_PROFILE_CHECK_STATUS_H
 #define KELP_COM_E2EXF_PROFILE_CHECK_STATUS_H

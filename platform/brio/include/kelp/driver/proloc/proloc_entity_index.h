@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Identity of one method of one service instance on the process-local transport.
 #ifndef KELP_DRIVER_PROLOC_PROLOC_ENTITY_INDEX_H
 #define KELP_DRIVER_PROLOC_PROLOC_ENTITY_INDEX_H

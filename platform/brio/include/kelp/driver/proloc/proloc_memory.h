@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Process-wide tables through which a client and a server in the same process hand over
 // request arguments and reply results without serializing them. The payload pointer of a
 // process-local message is the address of the parked object.

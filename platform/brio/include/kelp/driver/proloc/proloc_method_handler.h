@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process-local transport: a method whose server lives in the same process is called
 // directly, with arguments and results parked in the process-local memories instead of
 // serialized. Servers register per method in ProlocServerRegistry.

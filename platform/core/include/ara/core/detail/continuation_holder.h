@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The continuation state that a promise shares with its future: the stored callback and the
 // threads that last touched it.
 #ifndef ARA_CORE_DETAIL_CONTINUATION_HOLDER_H

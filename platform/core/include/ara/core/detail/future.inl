@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Template bodies of ara::core::Future: reading the result, registering and dropping continuations.
 #ifndef ARA_CORE_DETAIL_FUTURE_INL
 #define ARA_CORE_DETAIL_FUTURE_INL

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Template bodies of ara::core::Promise: storing the result and running the continuation.
 #ifndef ARA_CORE_DETAIL_PROMISE_INL
 #define ARA_CORE_DETAIL_PROMISE_INL

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Start of the DDS transport (Eclipse Cyclone DDS) in this process.
 #ifndef KELP_DRIVER_DDS_DDS_DRIVER_H
 #define KELP_DRIVER_DDS_DDS_DRIVER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Descriptors of the DDS transport: participant and transport QoS, the DDS method
 // descriptor and the DDS service discovery descriptor.
 #ifndef KELP_DRIVER_DDS_DDS_TYPES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Lays the arguments of one method request into one payload: a size pass over every
 // argument, then a write pass in the same order, in the DDS or the SOME/IP form, with a TLV
 // tag in front of each argument when the method's node says so.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // DDS decoders of replies: error payload, string, flag, process and process list, all in
 // host order without alignment.
 #ifndef KELP_SERIALIZE_DDS_BASIC_DESERIALIZER_H

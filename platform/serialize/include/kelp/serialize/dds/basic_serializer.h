@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // DDS encoders: unaligned host-order concatenation without tags, marks or terminators.
 // Strings and scalars for requests, and the reply forms a server writes.
 #ifndef KELP_SERIALIZE_DDS_BASIC_SERIALIZER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SOME/IP decoders of replies: error payload, string, flag, process and process list.
 // Each works over a received byte range; GetSize validates and measures, GetValue decodes.
 #ifndef KELP_SERIALIZE_SOMEIP_BASIC_DESERIALIZER_H

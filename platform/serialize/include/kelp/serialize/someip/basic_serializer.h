@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SOME/IP encoders: scalars, strings, and the reply forms a server writes (process, process
 // list, error payload). Each computes its size first, then writes at buffer + position.
 #ifndef KELP_SERIALIZE_SOMEIP_BASIC_SERIALIZER_H

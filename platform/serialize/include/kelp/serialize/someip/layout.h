@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Pieces that every SOME/IP structure and container encoder shares: the valid length-field
 // sizes and their limits, closing a leading length field, and writing a TLV tag.
 #ifndef KELP_SERIALIZE_SOMEIP_LAYOUT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Descriptors of middleware entities: the transport kinds, and the method descriptor a
 // method proxy and its driver are built from.
 #ifndef KELP_BRIO_API_TYPES_ENTITY_INFO_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Error domains of the communication middleware: Com, E2E, and Dynamic (which stands for a
 // domain this process does not know), plus the error records of method replies.
 #ifndef KELP_BRIO_API_TYPES_ERROR_DOMAINS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The message record a method proxy and its driver exchange for one request or reply.
 #ifndef KELP_BRIO_API_TYPES_METHOD_MSG_H
 #define KELP_BRIO_API_TYPES_METHOD_MSG_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Service-level types of the middleware: service handles, discovery handles, the transport-
 // independent part of a service's discovery descriptor, the method-call processing modes and
 // the middleware's predefined names.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Counters of one method proxy, updated by the proxy and its driver from any thread.
 #ifndef KELP_BRIO_UTILS_STATS_METHOD_PROXY_STATS_H
 #define KELP_BRIO_UTILS_STATS_METHOD_PROXY_STATS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // CRC-32 sidecar files: `<path>.crc32` holds the CRC-32 (IEEE 802.3) of the file's exact
 // bytes as 8 lowercase hex digits, optionally followed by one line feed.
 #ifndef ARA_QUILL_COMMON_JSONPARSER_CRC_SIDECAR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The platform JSON parser: a parsed document read from a file with optional CRC
 // verification, and read-only handles on its values.
 #ifndef ARA_QUILL_COMMON_JSONPARSER_DOCUMENT_H

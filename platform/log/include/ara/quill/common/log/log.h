@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The platform log library: one Log per context id, level streams that emit one record
 // each, rate limiting by log id, and the sinks the records go to.
 //
