@@ -28,7 +28,7 @@ void PrintUsage(std::FILE* stream) {
     static_cast<void>(
         std::fputs("Usage: ara_crc32 write <file>   write <file>.crc32 with the CRC-32 of <file>\n"
                    "       ara_crc32 check <file>   check <file> against <file>.crc32\n"
-                   "       ara_crc32 --help\n"
+                   "       ara_crc32 --help | --version\n"
                    "\n"
                    "The sidecar holds the CRC-32 (IEEE 802.3) of the file's exact bytes as 8 lowercase\n"
                    "hex digits and a line feed.\n"
@@ -83,6 +83,10 @@ int Check(const std::string& path) {
 int main(int argc, char** argv) {
     if (argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
         PrintUsage(stdout);
+        return kExitOk;
+    }
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::printf("ara_crc32 %s\n", ARA_EXEC_VERSION);
         return kExitOk;
     }
     if (argc != 3) {

@@ -651,7 +651,7 @@ void PrintUsage(std::ostream& out) {
     for (const Verb& verb : VERBS) {
         out << "  " << verb.synopsis << "\n";
     }
-    out << "\nOptions: --json (ps, state get, status, blame), --kill (restart), --timeout SEC (waits;\n"
+    out << "\nOptions: --version, --json (ps, state get, status, blame), --kill (restart), --timeout SEC (waits;\n"
         << "default 30), --crc strong|weak|not (validate; default weak).\n"
         << "Errors go to standard error as one line: \"emctl: <request>: <Execution Management's message>\".\n"
         << "Set ARA_LOG_SINK=console to see the library's log lines.\n"
@@ -682,6 +682,9 @@ int main(int argc, char** argv) {
             options.kill = true;
         } else if (arg == "--help" || arg == "-h") {
             options.help = true;
+        } else if (arg == "--version") {
+            std::cout << "emctl " << ARA_EXEC_VERSION << "\n";
+            return kOk;
         } else if (arg == "--timeout" && i + 1U < args.size()) {
             const std::string value = args[++i];
             char* end = nullptr;

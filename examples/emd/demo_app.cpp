@@ -3,6 +3,7 @@
 // show it works, and on SIGTERM reports kTerminating and exits 0.
 //
 //   demo_app NAME [INTERVAL_MS]      (default interval 1000 ms)
+//   demo_app --version
 #include <unistd.h>
 
 #include <csignal>
@@ -17,6 +18,10 @@ volatile std::sig_atomic_t g_stop = 0;
 }
 
 int main(int argc, char** argv) {
+    if (argc == 2 && std::string(argv[1]) == "--version") {
+        std::printf("demo_app %s\n", ARA_EXEC_VERSION);
+        return 0;
+    }
     if (argc < 2 || argc > 3) {
         std::fprintf(stderr, "usage: demo_app NAME [INTERVAL_MS]\n");
         return 2;

@@ -4,5 +4,5 @@
 # application, and credentials that must be refused (a foreign grant, an expired certificate).
 add_test(NAME secured_callers
          COMMAND bash ${PROJECT_SOURCE_DIR}/tests/support/scripts/secured.sh $<TARGET_FILE:emd> $<TARGET_FILE:emctl>
-                 $<TARGET_FILE:emd_test_app> ${PROJECT_SOURCE_DIR}/tools/ara-exec-pki)
+                 $<TARGET_FILE:emd_test_app> ${PROJECT_BINARY_DIR}/tools/ara-exec-pki)
 set_tests_properties(secured_callers PROPERTIES TIMEOUT 300)

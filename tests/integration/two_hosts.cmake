@@ -14,5 +14,5 @@ endforeach()
 # The same across the two hosts with every process holding a DDS Security identity.
 add_test(NAME two_hosts_secured
          COMMAND bash ${PROJECT_SOURCE_DIR}/tests/support/scripts/two_hosts.sh multicast $<TARGET_FILE:emd>
-                 $<TARGET_FILE:emctl> $<TARGET_FILE:emd_test_app> ${PROJECT_SOURCE_DIR}/tools/ara-exec-pki)
+                 $<TARGET_FILE:emctl> $<TARGET_FILE:emd_test_app> ${PROJECT_BINARY_DIR}/tools/ara-exec-pki)
 set_tests_properties(two_hosts_secured PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300)
