@@ -14,7 +14,8 @@ comment_of() {
     *.cpp | *.h | *.inl | *.idl) echo "//" ;;
     *.scd) echo ";" ;;
     *.cmake | *CMakeLists.txt | *.sh | *.py | *.in | *.supp | *.service | *.bash | .ci/run | \
-        tools/ara-exec-pki | .clang-format | .clang-tidy | .gitignore) echo "#" ;;
+        tools/ara-exec-pki | packaging/post* | packaging/prerm | packaging/*maintscript | packaging/triggers | \
+        .clang-format | .clang-tidy | .gitignore) echo "#" ;;
     *) echo "" ;;
     esac
 }
