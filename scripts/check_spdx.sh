@@ -11,6 +11,7 @@ tag="SPDX-License-Identifier: Apache-2.0"
 
 comment_of() {
     case "$1" in
+    packaging/changelog.in) echo "" ;; # a Debian changelog starts with its first entry
     *.cpp | *.h | *.inl | *.idl) echo "//" ;;
     *.scd) echo ";" ;;
     *.cmake | *CMakeLists.txt | *.sh | *.py | *.in | *.supp | *.service | *.bash | .ci/run | \
