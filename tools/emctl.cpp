@@ -3,7 +3,8 @@
 // clients and of emd's own status service. Reads and sets Function Group states, lists and
 // restarts processes, maps a pid to a process name, reports an execution state and waits for
 // the machine to be up; shows a process's or group's status, the start-up times of the last
-// transition and the dependencies between processes; validates a manifest as emd does.
+// transition and the dependencies between processes; lists the names of the processes and
+// groups (for scripts and the shell's completion); validates a manifest as emd does.
 #include <unistd.h>
 
 #include <algorithm>
@@ -548,6 +549,38 @@ int Graph(const Options& options) {
     return kOk;
 }
 
+/// One name per line, for scripts and the shell's completion: every configured process in
+/// manifest order, or the function groups: MachineFG, which every manifest has, then each other
+/// group that a process runs in (emd's services name no group without processes).
+int List(const Options& options, bool groups) {
+    const std::string what = groups ? "list groups" : "list processes";
+    EmdStatus emd;
+    if (!emd.Reach(options)) {
+        return Unreachable(what);
+    }
+    std::string json;
+    Document document;
+    const int code = emd.Read<services::GetDependencies>(options, what, json, document);
+    if (code != kOk) {
+        return code == kRefused ? Fail(kRefused, what, emd.Refused()) : code;
+    }
+    std::vector<std::string> names;
+    if (groups) {
+        names.emplace_back(tarn::em::daemon::MACHINE_FG);
+    }
+    const Document processes = document.Member("processes");
+    for (std::size_t i = 0U; i < processes.Size(); ++i) {
+        const std::string name = processes.Element(i).Member(groups ? "functionGroup" : "name").GetString();
+        if (std::find(names.begin(), names.end(), name) == names.end()) {
+            names.push_back(name);
+        }
+    }
+    for (const std::string& name : names) {
+        std::cout << name << "\n";
+    }
+    return kOk;
+}
+
 int Validate(const Options& options) {
     const std::string& file = options.words[0];
     if (options.crc != "strong" && options.crc != "weak" && options.crc != "not") {
@@ -636,6 +669,20 @@ const Verb VERBS[] = {
      "Prints the dependencies between the processes as a Graphviz digraph: one node per process\n"
      "and an edge from each process to each one it depends on, labelled running or terminated.",
      Graph},
+    {"list processes",
+     0U,
+     0U,
+     "emctl list processes",
+     "Prints the name of every configured process, one per line, in manifest order. Asks emd's\n"
+     "own service.",
+     [](const Options& options) { return List(options, false); }},
+    {"list groups",
+     0U,
+     0U,
+     "emctl list groups",
+     "Prints the Function Groups, one per line: MachineFG, then every other group that a process\n"
+     "runs in. Asks emd's own service.",
+     [](const Options& options) { return List(options, true); }},
     {"validate",
      1U,
      1U,

@@ -87,6 +87,13 @@ TEST(EmctlTest, EveryVerbAgainstEmd) {
     ASSERT_EQ(table.out.size(), 5U);
     EXPECT_EQ(table.out[0], "NAME        GROUP      STATE    PID");
     EXPECT_EQ(table.out[3], "greeter     Demo       Running  " + std::to_string(greeter));
+    // list: the names ps shows, in its order; the groups, MachineFG first.
+    std::vector<std::string> names;
+    for (std::size_t i = 1U; i < table.out.size(); ++i) {
+        names.push_back(table.out[i].substr(0U, table.out[i].find(' ')));
+    }
+    EXPECT_EQ(Emctl("list processes", tag).out, names);
+    EXPECT_EQ(Emctl("list groups", tag).out, (std::vector<std::string>{"MachineFG", "Demo"}));
 
     ara::quill::common::jsonParser::Document json;
     const Outcome list = Emctl("ps --json", tag);
