@@ -16,6 +16,7 @@
 #include "manifest.h"
 #include "notify_socket.h"
 #include "process_output.h"
+#include "service_manager.h"
 #include "services.h"
 #include "supervisor.h"
 
@@ -45,7 +46,9 @@ const char* const USAGE =
     "  --ready-fd FD     also write \"ready\" and a line feed to descriptor FD, then close it (a pipe\n"
     "                    that a parent reads, apart from the output the processes share)\n"
     "\n"
-    "Prints \"ready\" on standard output once the services are offered.\n"
+    "Prints \"ready\" on standard output once the services are offered. Under a service manager\n"
+    "(NOTIFY_SOCKET set) emd also tells it READY=1 then, STOPPING=1 when it begins to stop, and\n"
+    "WATCHDOG=1 at half the period of WATCHDOG_USEC.\n"
     "Exit codes: 0 stopped by signal, 2 bad usage, 3 manifest refused, 4 the services or the notify socket\n"
     "cannot be made.\n";
 
@@ -123,6 +126,8 @@ int main(int argc, char** argv) {
         return EXIT_USAGE;
     }
     ApplyLogChoice(options, argv);
+    // Taken before any thread exists; the processes get emd's own notify socket instead.
+    const ManagerEnvironment managerEnvironment = TakeManagerEnvironment();
     if (!EventLoop::BlockSignals()) {
         std::cerr << "emd: cannot block SIGCHLD, SIGTERM and SIGINT\n";
         return EXIT_TRANSPORT;
@@ -189,9 +194,13 @@ int main(int argc, char** argv) {
     if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
         log->warn() << "[emd][Not the subreaper of its processes][reason=" << std::strerror(errno) << "]";
     }
+    ServiceManager manager(managerEnvironment, getpid(), Clock::now());
+    const std::string readyStatus = "serving " + std::to_string(loaded.manifest.functionGroups.size()) +
+                                    " function groups, " + std::to_string(loaded.manifest.processes.size()) +
+                                    " processes";
     PosixLauncher launcher(notify.Address(), &outputs, childNofile, &cgroups);
     Supervisor supervisor(std::move(loaded.manifest), launcher);
-    EventLoop loop(supervisor, &notify, &outputs);
+    EventLoop loop(supervisor, &notify, &outputs, &manager);
     if (!loop.Valid()) {
         std::cerr << "emd: cannot create its signal and wake-up descriptors\n";
         return EXIT_TRANSPORT;
@@ -213,6 +222,7 @@ int main(int argc, char** argv) {
             }
             close(options.readyFd);
         }
+        manager.Ready(readyStatus);
         supervisor.Start(Clock::now());
         loop.Run();
     }

@@ -80,3 +80,7 @@ add_dependencies(emd_output_test emd)
 ara_exec_add_test(NAME emd_cgroup_test SOURCES emd_cgroup_test.cpp LINK ara_exec emd_core)
 target_compile_definitions(emd_cgroup_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
 add_dependencies(emd_cgroup_test emd)
+# emd telling a service manager (the test) READY=1, WATCHDOG=1 and STOPPING=1; addresses it cannot use.
+ara_exec_add_test(NAME emd_service_manager_test SOURCES emd_service_manager_test.cpp LINK ara_exec)
+target_compile_definitions(emd_service_manager_test PRIVATE EMD="$<TARGET_FILE:emd>" EMD_TEST_APP="$<TARGET_FILE:emd_test_app>")
+add_dependencies(emd_service_manager_test emd)
