@@ -31,6 +31,7 @@ constexpr rlim_t NOFILE_CAP = 65536U;
 const char* const USAGE =
     "usage: emd --manifest FILE [--crc strong|weak|not] [--log console|dlt|none] [--log-level LEVEL] [--check]\n"
     "           [--ready-fd FD]\n"
+    "       emd --version\n"
     "\n"
     "Runs the Execution Management daemon: offers the application service (DDS domain 2) and\n"
     "the state manager and platform health manager services (domain 4), moves every function\n"
@@ -45,6 +46,7 @@ const char* const USAGE =
     "  --check           only load and validate FILE, print what it holds, and exit (0 or 3)\n"
     "  --ready-fd FD     also write \"ready\" and a line feed to descriptor FD, then close it (a pipe\n"
     "                    that a parent reads, apart from the output the processes share)\n"
+    "  --version         print \"emd VERSION\" and exit\n"
     "\n"
     "Prints \"ready\" on standard output once the services are offered. Under a service manager\n"
     "(NOTIFY_SOCKET set) emd also tells it READY=1 then, STOPPING=1 when it begins to stop, and\n"
@@ -66,6 +68,10 @@ bool ParseOptions(int argc, char** argv, Options& options) {
         const std::string option = argv[i];
         if (option == "--help" || option == "-h") {
             std::cout << USAGE;
+            std::exit(0);
+        }
+        if (option == "--version") {
+            std::cout << "emd " << ARA_EXEC_VERSION << "\n";
             std::exit(0);
         }
         if (option == "--check") {
