@@ -32,6 +32,7 @@ g++ -o "$pc_out" "$root/examples/consumer/main.cpp" \
 # The live demo, all from the installed package: emd supervises the example manifest's
 # processes, and emctl drives it. Every step checks what it saw in /proc.
 bin="$prefix/bin"
+sbin="$prefix/sbin"  # emd, a daemon
 manifest="$prefix/share/ara_exec/machine_manifest.json"
 log="$build/emd-demo.log"
 export KELP_DDS_CONFIG="<Discovery><Tag>demo-$$</Tag></Discovery>"
@@ -60,7 +61,7 @@ expect_children() {
 }
 
 step "start emd on $manifest (its log: $log)"
-"$bin/emd" --manifest "$manifest" > "$log" 2>&1 &
+"$sbin/emd" --manifest "$manifest" > "$log" 2>&1 &
 emd_pid=$!
 trap 'kill -KILL "$emd_pid" 2>/dev/null || true' EXIT
 "$bin/emctl" wait-ready --timeout 30 || fail "emd did not come up"
@@ -157,7 +158,7 @@ rm -rf "$ARA_EXEC_PKI"
 as() { local who="$1"; shift; CYCLONEDDS_URI="$NET,file://$ARA_EXEC_PKI/$who.xml" "$bin/emctl" "$@"; }
 
 step "emd as identity emd on secured_manifest.json; the state manager sets Demo On"
-CYCLONEDDS_URI="$NET,file://$ARA_EXEC_PKI/emd.xml" "$bin/emd" --manifest "$prefix/share/ara_exec/secured_manifest.json" \
+CYCLONEDDS_URI="$NET,file://$ARA_EXEC_PKI/emd.xml" "$sbin/emd" --manifest "$prefix/share/ara_exec/secured_manifest.json" \
     > "$log.secured" 2>&1 &
 emd_pid=$!
 trap 'kill -KILL "$emd_pid" 2>/dev/null || true' EXIT

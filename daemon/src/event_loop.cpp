@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// signalfd for the signals, an eventfd for posted work, poll with the next time-out.
+// signalfd for the signals, an eventfd for posted work, poll with the next time-out (the
+// supervisor's, or the service manager's watchdog ping).
 #include "event_loop.h"
 
 #include <poll.h>
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <optional>
 
 namespace tarn::em::daemon {
 
@@ -38,8 +40,12 @@ bool EventLoop::BlockSignals() {
     return pthread_sigmask(SIG_BLOCK, &set, nullptr) == 0;
 }
 
-EventLoop::EventLoop(Supervisor& supervisor, NotifySocket* notify, OutputPipes* outputs)
-    : supervisor_(supervisor), notify_(notify), outputs_(outputs), log_(ara::quill::common::log::Log::GetLog("EMD")) {
+EventLoop::EventLoop(Supervisor& supervisor, NotifySocket* notify, OutputPipes* outputs, ServiceManager* manager)
+    : supervisor_(supervisor),
+      notify_(notify),
+      outputs_(outputs),
+      manager_(manager),
+      log_(ara::quill::common::log::Log::GetLog("EMD")) {
     const sigset_t set = LoopSignals();
     signalFd_ = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
     wakeFd_ = eventfd(0U, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -70,10 +76,15 @@ void EventLoop::Run() {
     bool launching = true;  // Start() may have queued launches
     Clock::time_point firstSignal{};
     while (!(stopping && supervisor_.Finished())) {
+        // The next of the supervisor's time-outs and the service manager's watchdog ping.
+        std::optional<Clock::time_point> next = supervisor_.NextDeadline();
+        if (const auto ping = manager_ != nullptr ? manager_->NextPing() : std::nullopt) {
+            next = next ? std::min(*next, *ping) : *ping;
+        }
         int timeout = -1;
         if (launching) {
             timeout = 0;  // queued launches go on once the events that came meanwhile are handled
-        } else if (const auto next = supervisor_.NextDeadline()) {
+        } else if (next) {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(*next - Clock::now()).count();
             timeout = static_cast<int>(std::max<long long>(0, std::min<long long>(left + 1, 60000)));
         }
@@ -100,6 +111,9 @@ void EventLoop::Run() {
                 const auto now = Clock::now();
                 if ((info.ssi_signo == SIGTERM || info.ssi_signo == SIGINT) &&
                     (!stopping || now - firstSignal >= std::chrono::seconds(1))) {
+                    if (!stopping && manager_ != nullptr) {
+                        manager_->Stopping("stopping its processes");
+                    }
                     firstSignal = stopping ? firstSignal : now;
                     stopping = true;
                     supervisor_.Shutdown(now);
@@ -116,6 +130,9 @@ void EventLoop::Run() {
             notify_->Receive([this](pid_t sender, const NotifyMessage& message) { OnNotify(sender, message); });
         }
         supervisor_.OnTimer(Clock::now());
+        if (manager_ != nullptr) {
+            manager_->OnTimer(Clock::now());
+        }
         launching = supervisor_.LaunchQueued(Clock::now() + LAUNCH_SLICE);
     }
     if (outputs_ != nullptr) {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The daemon's one event loop: it owns the supervisor, reaps children on SIGCHLD, turns
 // SIGTERM and SIGINT into an orderly shutdown, fires the supervisor's time-outs, hands it the
-// notify-protocol datagrams of its processes, logs their output, and runs the work that the
-// service handlers post from their own threads.
+// notify-protocol datagrams of its processes, logs their output, runs the work that the
+// service handlers post from their own threads, and keeps emd's own service manager told.
 #ifndef TARN_EM_DAEMON_EVENT_LOOP_H
 #define TARN_EM_DAEMON_EVENT_LOOP_H
 
@@ -14,6 +14,7 @@
 #include "ara/quill/common/log/log.h"
 #include "notify_socket.h"
 #include "process_output.h"
+#include "service_manager.h"
 #include "supervisor.h"
 
 namespace tarn::em::daemon {
@@ -28,7 +29,12 @@ public:
     /// started that sent it (or that its sender descends from) and handed to the supervisor.
     /// `outputs`, when given, are the processes' log pipes: polled with the rest, read before
     /// the exits of the same round are handled, and drained when the loop ends.
-    explicit EventLoop(Supervisor& supervisor, NotifySocket* notify = nullptr, OutputPipes* outputs = nullptr);
+    /// `manager`, when given, is told STOPPING=1 when a shutdown begins and pinged with
+    /// WATCHDOG=1 from this loop when due, so that a loop that is stuck stops pinging.
+    explicit EventLoop(Supervisor& supervisor,
+                       NotifySocket* notify = nullptr,
+                       OutputPipes* outputs = nullptr,
+                       ServiceManager* manager = nullptr);
     ~EventLoop();
     EventLoop(const EventLoop&) = delete;
     EventLoop& operator=(const EventLoop&) = delete;
@@ -49,6 +55,7 @@ private:
     Supervisor& supervisor_;
     NotifySocket* notify_;
     OutputPipes* outputs_;
+    ServiceManager* manager_;
     std::vector<pollfd> fds_;  ///< the poll set, rebuilt each round
     std::shared_ptr<ara::quill::common::log::Log> log_;
     int signalFd_{-1};

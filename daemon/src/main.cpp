@@ -17,6 +17,7 @@
 #include "manifest.h"
 #include "notify_socket.h"
 #include "process_output.h"
+#include "service_manager.h"
 #include "services.h"
 #include "supervisor.h"
 
@@ -31,6 +32,7 @@ constexpr rlim_t NOFILE_CAP = 65536U;
 const char* const USAGE =
     "usage: emd --manifest FILE [--crc strong|weak|not] [--log console|dlt|none] [--log-level LEVEL] [--check]\n"
     "           [--ready-fd FD]\n"
+    "       emd --version\n"
     "\n"
     "Runs the Execution Management daemon: offers the application service (DDS domain 2) and\n"
     "the state manager and platform health manager services (domain 4), moves every function\n"
@@ -45,8 +47,11 @@ const char* const USAGE =
     "  --check           only load and validate FILE, print what it holds, and exit (0 or 3)\n"
     "  --ready-fd FD     also write \"ready\" and a line feed to descriptor FD, then close it (a pipe\n"
     "                    that a parent reads, apart from the output the processes share)\n"
+    "  --version         print \"emd VERSION\" and exit\n"
     "\n"
-    "Prints \"ready\" on standard output once the services are offered.\n"
+    "Prints \"ready\" on standard output once the services are offered. Under a service manager\n"
+    "(NOTIFY_SOCKET set) emd also tells it READY=1 then, STOPPING=1 when it begins to stop, and\n"
+    "WATCHDOG=1 at half the period of WATCHDOG_USEC.\n"
     "Exit codes: 0 stopped by signal, 2 bad usage, 3 manifest refused, 4 the services or the notify socket\n"
     "cannot be made.\n";
 
@@ -64,6 +69,10 @@ bool ParseOptions(int argc, char** argv, Options& options) {
         const std::string option = argv[i];
         if (option == "--help" || option == "-h") {
             std::cout << USAGE;
+            std::exit(0);
+        }
+        if (option == "--version") {
+            std::cout << "emd " << ARA_EXEC_VERSION << "\n";
             std::exit(0);
         }
         if (option == "--check") {
@@ -124,6 +133,8 @@ int main(int argc, char** argv) {
         return EXIT_USAGE;
     }
     ApplyLogChoice(options, argv);
+    // Taken before any thread exists; the processes get emd's own notify socket instead.
+    const ManagerEnvironment managerEnvironment = TakeManagerEnvironment();
     if (!EventLoop::BlockSignals()) {
         std::cerr << "emd: cannot block SIGCHLD, SIGTERM and SIGINT\n";
         return EXIT_TRANSPORT;
@@ -190,9 +201,13 @@ int main(int argc, char** argv) {
     if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
         log->warn() << "[emd][Not the subreaper of its processes][reason=" << std::strerror(errno) << "]";
     }
+    ServiceManager manager(managerEnvironment, getpid(), Clock::now());
+    const std::string readyStatus = "serving " + std::to_string(loaded.manifest.functionGroups.size()) +
+                                    " function groups, " + std::to_string(loaded.manifest.processes.size()) +
+                                    " processes";
     PosixLauncher launcher(notify.Address(), &outputs, childNofile, &cgroups);
     Supervisor supervisor(std::move(loaded.manifest), launcher);
-    EventLoop loop(supervisor, &notify, &outputs);
+    EventLoop loop(supervisor, &notify, &outputs, &manager);
     if (!loop.Valid()) {
         std::cerr << "emd: cannot create its signal and wake-up descriptors\n";
         return EXIT_TRANSPORT;
@@ -214,6 +229,7 @@ int main(int argc, char** argv) {
             }
             close(options.readyFd);
         }
+        manager.Ready(readyStatus);
         supervisor.Start(Clock::now());
         loop.Run();
     }
