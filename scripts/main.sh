@@ -1,44 +1,75 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# The main job: builds the library, installs it into a local prefix, builds and runs the
-# separate consumer project in examples/consumer against that installation, then runs the
-# live demo: the installed emd supervising the example manifest, driven by emctl.
-# Usage: bash scripts/main.sh
+# The main job: builds the project for /usr, makes its Debian packages with CPack and checks
+# them with lintian, installs them on this machine, builds and runs the separate consumer
+# project in examples/consumer against the installed development package, then runs the live
+# demo: the installed emd supervising the example manifest, driven by the installed emctl.
+# Usage: bash scripts/main.sh      (as root, or with sudo for apt-get)
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 source "$root/scripts/deps.sh"
 ara_exec_install_deps
 
-build="$root/build-main"
-prefix="$root/_install"
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF -DARA_EXEC_BUILD_BENCH=OFF \
-    -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_INSTALL_LIBDIR=lib
-cmake --build "$build" -j2
-cmake --install "$build"
+step() { printf '\n=== %s\n' "$*"; }
+fail() { echo "DEMO FAILED: $*" >&2; exit 1; }
+sudo=()
+[ "$(id -u)" -eq 0 ] || sudo=(sudo)
 
+build="$root/build-main"
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF -DARA_EXEC_BUILD_BENCH=OFF \
+    -DCMAKE_INSTALL_PREFIX=/usr
+cmake --build "$build" -j2
+
+step "Debian packages (cpack), checked by lintian"
+rm -rf "$build/packages"
+(cd "$build" && cpack > "$build/cpack.log") || { cat "$build/cpack.log"; fail "cpack"; }
+debs=("$build"/packages/*.deb)
+for deb in "${debs[@]}"; do
+    echo "$deb: $(dpkg-deb -f "$deb" Package Version | tr '\n' ' ')"
+done
+lintian --fail-on error "${debs[@]}" || fail "lintian reports errors"
+
+step "install them (apt-get resolves their dependencies)"
+DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -q --reinstall --no-install-recommends "${debs[@]}" \
+    > "$build/apt.log" || { cat "$build/apt.log"; fail "the packages do not install"; }
+dpkg-query -W -f='${Package} ${Version} ${Status}\n' ara-exec-emd libara-exec-dev libara-exec1
+emctl --version
+/usr/sbin/emd --version
+[ "$(/usr/sbin/emd --version)" = "emd $(dpkg-query -W -f='${Version}' ara-exec-emd)" ] ||
+    fail "emd --version is not the package version"
+man -w emd emctl emd-manifest || fail "the man pages are not installed"
+MANWIDTH=80 man emd 2>/dev/null | head -n 12
+systemd-analyze verify /lib/systemd/system/emd.service || fail "emd.service does not verify"
+/usr/sbin/emd --check --manifest /etc/ara-exec/machine_manifest.json || fail "the service's manifest is refused"
+if [ -d /run/systemd/system ]; then
+    systemctl is-active emd.service || fail "emd.service is not running after the install"
+    emctl wait-ready --timeout 30 || fail "the emd service does not answer"
+else
+    echo "systemd does not run here: emd.service is enabled ($(systemctl is-enabled emd.service 2>/dev/null ||
+        echo "state unknown")), not started"
+fi
+
+step "examples/consumer against the installed development package"
 consumer_build="$root/build-consumer"
-cmake -S "$root/examples/consumer" -B "$consumer_build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
-    -DCMAKE_PREFIX_PATH="$prefix"
+rm -rf "$consumer_build"
+cmake -S "$root/examples/consumer" -B "$consumer_build" -G Ninja -DCMAKE_BUILD_TYPE=Release
 cmake --build "$consumer_build" -j2
 "$consumer_build/ara_exec_consumer"
 
 # The same program built with only the pkg-config file.
 pc_out="$consumer_build/ara_exec_consumer_pc"
 # shellcheck disable=SC2046
-g++ -o "$pc_out" "$root/examples/consumer/main.cpp" \
-    $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs ara_exec) -Wl,-rpath,"$prefix/lib"
+g++ -o "$pc_out" "$root/examples/consumer/main.cpp" $(pkg-config --cflags --libs ara_exec)
 "$pc_out"
 
-# The live demo, all from the installed package: emd supervises the example manifest's
+# The live demo, all from the installed packages: emd supervises the example manifest's
 # processes, and emctl drives it. Every step checks what it saw in /proc.
-bin="$prefix/bin"
-sbin="$prefix/sbin"  # emd, a daemon
-manifest="$prefix/share/ara_exec/machine_manifest.json"
+bin=/usr/bin
+sbin=/usr/sbin
+manifest=/usr/share/ara_exec/machine_manifest.json
 log="$build/emd-demo.log"
 export KELP_DDS_CONFIG="<Discovery><Tag>demo-$$</Tag></Discovery>"
 
-step() { printf '\n=== %s\n' "$*"; }
-fail() { echo "DEMO FAILED: $*" >&2; exit 1; }
 # The live children of a pid, as "pid name" lines (the name is the first argument, without
 # its directory: a script's first argument is its path).
 children() {
@@ -158,7 +189,7 @@ rm -rf "$ARA_EXEC_PKI"
 as() { local who="$1"; shift; CYCLONEDDS_URI="$NET,file://$ARA_EXEC_PKI/$who.xml" "$bin/emctl" "$@"; }
 
 step "emd as identity emd on secured_manifest.json; the state manager sets Demo On"
-CYCLONEDDS_URI="$NET,file://$ARA_EXEC_PKI/emd.xml" "$sbin/emd" --manifest "$prefix/share/ara_exec/secured_manifest.json" \
+CYCLONEDDS_URI="$NET,file://$ARA_EXEC_PKI/emd.xml" "$sbin/emd" --manifest /usr/share/ara_exec/secured_manifest.json \
     > "$log.secured" 2>&1 &
 emd_pid=$!
 trap 'kill -KILL "$emd_pid" 2>/dev/null || true' EXIT
