@@ -12,6 +12,8 @@ source_dir="$2"
 work="$(mktemp -d "${TMPDIR:-/tmp}/ara-exec-packages.XXXXXX")"
 trap 'rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*" >&2; exit 1; }
+# The consumer talks DDS: on a discovery tag of its own, apart from the other tests.
+export KELP_DDS_CONFIG="<Discovery><Tag>packages-$$</Tag></Discovery>"
 
 cpack --config "$build/CPackConfig.cmake" -B "$work/packages" > "$work/cpack.log" 2>&1 ||
     { cat "$work/cpack.log"; fail "cpack"; }
