@@ -30,6 +30,8 @@ constexpr int SWEEP_ROUNDS = 8;
 constexpr std::uint64_t V1_NO_MEMORY_LIMIT = 0x7FFFFFFFFFFFF000ULL;
 /// How long emd waits at its exit for the last processes of its groups to die.
 constexpr std::chrono::seconds REMOVE_WAIT{5};
+/// The leaf group emd moves into when its own v2 group, holding emd, cannot enable controllers.
+constexpr const char* SELF_LEAF = "emd.self";
 
 std::vector<std::string> Split(const std::string& text, char separator) {
     std::vector<std::string> parts;
@@ -347,16 +349,40 @@ Cgroups::Cgroups(std::vector<CgroupHierarchy> hierarchies)
     }
 }
 
+bool Cgroups::MoveIntoLeaf(const std::string& own) const {
+    const std::string leaf = own + "/" + SELF_LEAF;
+    int error = mkdir(leaf.c_str(), 0755) == 0 || errno == EEXIST ? 0 : errno;
+    error = error != 0 ? error : WriteFile(leaf + "/cgroup.procs", "0");
+    if (error != 0) {
+        log_->warn() << "[Cgroups][emd cannot move into a leaf group of its own][dir=" << leaf
+                     << ", reason=" << std::strerror(error) << "]";
+        return false;
+    }
+    log_->info() << "[Cgroups][emd moved into a leaf group, so that its processes' groups can have controllers][dir="
+                 << leaf << "]";
+    return true;
+}
+
 void Cgroups::Setup() {
     const std::string rootName = "ara-emd." + std::to_string(getpid());
     std::string enable;
     if (unified_) {
+        bool inLeaf = false;
         for (const std::size_t c : {kMemory, kCpu, kPids}) {
             if (chosen_[c] != unified_) {
                 continue;
             }
-            const std::string file = hierarchies_[*unified_].ownDirectory + "/cgroup.subtree_control";
-            if (const int error = WriteFile(file, std::string("+") + CONTROLLERS[c]); error != 0) {
+            const std::string own = hierarchies_[*unified_].ownDirectory;
+            const std::string file = own + "/cgroup.subtree_control";
+            int error = WriteFile(file, std::string("+") + CONTROLLERS[c]);
+            // A v2 group with processes of its own cannot give controllers to its children, and
+            // under a service manager emd's group is its service's, with emd in it. emd then
+            // moves itself into a leaf group below it, once, and asks again.
+            if (error == EBUSY && !inLeaf) {
+                inLeaf = MoveIntoLeaf(own);
+                error = inLeaf ? WriteFile(file, std::string("+") + CONTROLLERS[c]) : error;
+            }
+            if (error != 0) {
                 log_->warn() << "[Cgroups][cgroup v2 controller not usable, treated as absent][controller="
                              << CONTROLLERS[c] << ", file=" << file << ", reason=" << std::strerror(error) << "]";
                 chosen_[c] = std::nullopt;

@@ -77,9 +77,10 @@ public:
     Cgroups& operator=(const Cgroups&) = delete;
 
     /// Makes emd's root in every hierarchy it uses and enables the v2 controllers it uses
-    /// below emd's own group. A hierarchy where that fails is dropped, and a v2 controller the
-    /// kernel refuses to enable (emd's own group holds processes) is treated as absent; each
-    /// with one log line.
+    /// below emd's own group. When the kernel refuses because that group holds processes (as a
+    /// service's group holds emd), emd first moves itself into the leaf group emd.self below
+    /// it. A hierarchy where it fails is dropped, and a v2 controller the kernel still refuses
+    /// to enable is treated as absent; each with one log line.
     void Setup();
     /// Every limit in `manifest` on a controller this machine lacks, in manifest order.
     std::vector<CgroupLimitProblem> Check(const Manifest& manifest) const;
@@ -105,6 +106,8 @@ private:
         bool released{false};  ///< to be removed once empty
     };
 
+    /// Moves emd into the leaf group emd.self below `own`; false (logged) when it cannot.
+    bool MoveIntoLeaf(const std::string& own) const;
     std::string Directory(std::size_t hierarchy, const std::string& process) const;
     /// The directory whose cgroup.procs lists every process of the group.
     std::string TrackingDirectory(const std::string& process) const;
