@@ -7,8 +7,11 @@
 #define TARN_EM_DAEMON_NOTIFY_MESSAGE_H
 
 #include <chrono>
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace tarn::em::daemon {
 
@@ -20,6 +23,24 @@ struct NotifyMessage {
     std::optional<std::string> status;                       ///< STATUS=...
     std::optional<std::chrono::microseconds> extendTimeout;  ///< EXTEND_TIMEOUT_USEC=...
 };
+
+/// A number of the protocol (microseconds, a pid): decimal digits only, at most 63 bits.
+inline std::optional<std::uint64_t> ParseDecimal(std::string_view text) {
+    if (text.empty() || text.size() > 19U) {
+        return std::nullopt;
+    }
+    std::uint64_t value = 0U;
+    for (const char c : text) {
+        if (c < '0' || c > '9') {
+            return std::nullopt;
+        }
+        value = value * 10U + static_cast<std::uint64_t>(c - '0');
+    }
+    if (value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+        return std::nullopt;
+    }
+    return value;
+}
 
 }  // namespace tarn::em::daemon
 

@@ -42,23 +42,6 @@ bool ValidName(std::string_view name) {
     return true;
 }
 
-std::optional<std::uint64_t> Decimal(std::string_view text) {
-    if (text.empty() || text.size() > 19U) {
-        return std::nullopt;
-    }
-    std::uint64_t value = 0U;
-    for (const char c : text) {
-        if (c < '0' || c > '9') {
-            return std::nullopt;
-        }
-        value = value * 10U + static_cast<std::uint64_t>(c - '0');
-    }
-    if (value > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
-        return std::nullopt;
-    }
-    return value;
-}
-
 /// At most 32 bytes of `text`, for a log line.
 std::string Excerpt(std::string_view text) {
     return text.size() <= 32U ? std::string(text) : std::string(text.substr(0U, 32U)) + "...";
@@ -97,7 +80,7 @@ std::optional<NotifyMessage> ParseNotify(std::string_view text, std::string* pro
         } else if (name == "STATUS") {
             message.status = std::string(value);
         } else if (name == "EXTEND_TIMEOUT_USEC") {
-            if (const auto usec = Decimal(value)) {
+            if (const auto usec = ParseDecimal(value)) {
                 message.extendTimeout = std::chrono::microseconds(static_cast<std::int64_t>(*usec));
             } else {
                 why += (why.empty() ? "" : "; ") + ("EXTEND_TIMEOUT_USEC=" + Excerpt(value)) +
@@ -133,7 +116,7 @@ std::optional<pid_t> ParentOf(pid_t pid, const std::string& procRoot) {
     }
     std::string_view rest = stat.substr(last + 4U);
     rest = rest.substr(0U, rest.find(' '));
-    const auto parent = Decimal(rest);
+    const auto parent = ParseDecimal(rest);
     if (!parent || *parent > static_cast<std::uint64_t>(std::numeric_limits<pid_t>::max())) {
         return std::nullopt;
     }

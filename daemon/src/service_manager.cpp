@@ -16,6 +16,7 @@
 #include <string_view>
 
 #include "ara/quill/common/log/log.h"
+#include "notify_message.h"
 
 namespace tarn::em::daemon {
 
@@ -36,21 +37,6 @@ std::optional<std::string> Take(const char* name) {
     std::string copy(value);
     unsetenv(name);
     return copy;
-}
-
-/// A decimal number of at most 18 digits (so it fits in 63 bits), nothing else.
-std::optional<std::uint64_t> Decimal(std::string_view text) {
-    if (text.empty() || text.size() > 18U) {
-        return std::nullopt;
-    }
-    std::uint64_t value = 0U;
-    for (const char c : text) {
-        if (c < '0' || c > '9') {
-            return std::nullopt;
-        }
-        value = value * 10U + static_cast<std::uint64_t>(c - '0');
-    }
-    return value;
 }
 
 /// At most 64 bytes of `text`, for a log line.
@@ -114,8 +100,8 @@ ServiceManager::ServiceManager(const ManagerEnvironment& environment, pid_t self
         }
         return;
     }
-    const auto usec = Decimal(*environment.watchdogUsec);
-    const auto pid = environment.watchdogPid ? Decimal(*environment.watchdogPid) : std::optional<std::uint64_t>{};
+    const auto usec = ParseDecimal(*environment.watchdogUsec);
+    const auto pid = environment.watchdogPid ? ParseDecimal(*environment.watchdogPid) : std::optional<std::uint64_t>{};
     std::string problem;
     if (!usec || *usec == 0U) {
         problem = "WATCHDOG_USEC=" + Excerpt(*environment.watchdogUsec) + " is not a positive number of microseconds";
