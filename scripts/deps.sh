@@ -14,7 +14,7 @@ ARA_EXEC_PACKAGES=(
     clang-14 libclang-rt-14-dev
     iproute2 util-linux libcap-dev
     python3-jsonschema
-    scdoc man-db lintian file
+    scdoc man-db lintian file debootstrap systemd-container
 )
 
 # A daemon of the distribution that speaks the notify protocol, for emd's readiness test. It

@@ -29,7 +29,16 @@ for deb in "${debs[@]}"; do
 done
 lintian --fail-on error "${debs[@]}" || fail "lintian reports errors"
 
-step "install them (apt-get resolves their dependencies)"
+# A clean Debian 12 (debootstrap) booted with systemd (systemd-nspawn): the packages install
+# there and give a running emd.service, emctl and man emd. ARA_EXEC_SKIP_SERVICE_CHECK=1 leaves
+# it out on a machine that cannot run containers.
+if [ "${ARA_EXEC_SKIP_SERVICE_CHECK:-0}" != 1 ]; then
+    step "the packages on a clean machine: installed in a fresh Debian 12, booted with systemd"
+    "${sudo[@]}" bash "$root/scripts/service_check.sh" "$build/packages" "$build/clean-machine" ||
+        fail "the packages do not give a working emd.service on a clean machine"
+fi
+
+step "install them here (apt-get resolves their dependencies)"
 DEBIAN_FRONTEND=noninteractive "${sudo[@]}" apt-get install -y -q --reinstall --no-install-recommends "${debs[@]}" \
     > "$build/apt.log" || { cat "$build/apt.log"; fail "the packages do not install"; }
 dpkg-query -W -f='${Package} ${Version} ${Status}\n' ara-exec-emd libara-exec-dev libara-exec1
