@@ -34,8 +34,8 @@ export LD_LIBRARY_PATH="$libdir"
 version="$(dpkg-deb -f "${debs[0]}" Version)"
 
 echo "--- --version of every program, package version $version"
-programs=("$root/usr/sbin/emd" "$root"/usr/bin/* "$root/usr/libexec/ara_exec/demo_app")
-[ "${#programs[@]}" -ge 5 ] || fail "programs missing: ${programs[*]}"
+programs=("$root/usr/sbin/emd" "$root"/usr/bin/* "$root"/usr/libexec/ara_exec/*)
+[ "${#programs[@]}" -ge 6 ] || fail "programs missing: ${programs[*]}"
 for program in "${programs[@]}"; do
     answer="$("$program" --version)" || fail "$program --version failed"
     [ "$answer" = "$(basename "$program") $version" ] || fail "$program --version says '$answer'"
