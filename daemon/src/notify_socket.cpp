@@ -42,11 +42,6 @@ bool ValidName(std::string_view name) {
     return true;
 }
 
-/// At most 32 bytes of `text`, for a log line.
-std::string Excerpt(std::string_view text) {
-    return text.size() <= 32U ? std::string(text) : std::string(text.substr(0U, 32U)) + "...";
-}
-
 }  // namespace
 
 std::optional<NotifyMessage> ParseNotify(std::string_view text, std::string* problem) {
@@ -83,7 +78,7 @@ std::optional<NotifyMessage> ParseNotify(std::string_view text, std::string* pro
             if (const auto usec = ParseDecimal(value)) {
                 message.extendTimeout = std::chrono::microseconds(static_cast<std::int64_t>(*usec));
             } else {
-                why += (why.empty() ? "" : "; ") + ("EXTEND_TIMEOUT_USEC=" + Excerpt(value)) +
+                why += (why.empty() ? "" : "; ") + ("EXTEND_TIMEOUT_USEC=" + Excerpt(value, 32U)) +
                        " is not a number of microseconds, ignored";
             }
         }
@@ -147,11 +142,12 @@ NotifySocket::~NotifySocket() {
 }
 
 bool NotifySocket::Open(std::string& error) {
-    const std::string name = "ara-emd/notify/" + std::to_string(getpid());
+    const std::string name = "@ara-emd/notify/" + std::to_string(getpid());
     sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path + 1, name.data(), name.size());  // sun_path[0] == 0: abstract
-    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1U + name.size());
+    socklen_t length = 0U;
+    if (!NotifyAddress(name, address, length, error)) {
+        return false;
+    }
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (fd < 0) {
         error = std::string("cannot create the notify socket: ") + std::strerror(errno);
@@ -160,7 +156,7 @@ bool NotifySocket::Open(std::string& error) {
     const int on = 1;
     if (bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
         setsockopt(fd, SOL_SOCKET, SO_PASSCRED, &on, sizeof(on)) != 0) {
-        error = "cannot bind the notify socket @" + name + ": " + std::strerror(errno);
+        error = "cannot bind the notify socket " + name + ": " + std::strerror(errno);
         close(fd);
         return false;
     }
@@ -169,7 +165,7 @@ bool NotifySocket::Open(std::string& error) {
         (void)setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &RECEIVE_BUFFER, sizeof(RECEIVE_BUFFER));
     }
     fd_ = fd;
-    address_ = "@" + name;
+    address_ = name;
     return true;
 }
 

@@ -39,11 +39,6 @@ std::optional<std::string> Take(const char* name) {
     return copy;
 }
 
-/// At most 64 bytes of `text`, for a log line.
-std::string Excerpt(std::string_view text) {
-    return text.size() <= 64U ? std::string(text) : std::string(text.substr(0U, 64U)) + "...";
-}
-
 }  // namespace
 
 ManagerEnvironment TakeManagerEnvironment() {
@@ -54,35 +49,12 @@ ManagerEnvironment TakeManagerEnvironment() {
     return environment;
 }
 
-ServiceManager::ServiceManager(const ManagerEnvironment& environment, pid_t self, Clock::time_point now) {
-    const auto log = ara::quill::common::log::Log::GetLog("EMD");
+ServiceManager::ServiceManager(const ManagerEnvironment& environment, pid_t self, Clock::time_point now)
+    : log_(ara::quill::common::log::Log::GetLog("EMD")) {
     if (environment.notifySocket) {
         address_ = *environment.notifySocket;
-        const std::size_t room = sizeof(sockaddr_.sun_path);
         std::string problem;
-        if (address_.empty()) {
-            problem = "it is empty";
-        } else if (address_.front() == '/') {
-            if (address_.size() >= room) {  // the path and its NUL must fit
-                problem = "the path is longer than " + std::to_string(room - 1U) + " bytes";
-            } else {
-                std::memcpy(sockaddr_.sun_path, address_.data(), address_.size());
-                addressLength_ = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address_.size() + 1U);
-            }
-        } else if (address_.front() == '@') {
-            if (address_.size() == 1U) {
-                problem = "the abstract name is empty";
-            } else if (address_.size() > room) {  // '@' stands for the leading NUL
-                problem = "the abstract name is longer than " + std::to_string(room - 1U) + " bytes";
-            } else {
-                std::memcpy(sockaddr_.sun_path + 1, address_.data() + 1, address_.size() - 1U);
-                addressLength_ = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address_.size());
-            }
-        } else {
-            problem = "it is neither a path nor an abstract name led by '@'";
-        }
-        if (addressLength_ != 0U) {
-            sockaddr_.sun_family = AF_UNIX;
+        if (NotifyAddress(address_, sockaddr_, addressLength_, problem)) {
             fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
             if (fd_ < 0) {
                 problem = std::string("cannot create a socket: ") + std::strerror(errno);
@@ -90,42 +62,49 @@ ServiceManager::ServiceManager(const ManagerEnvironment& environment, pid_t self
             }
         }
         if (!problem.empty()) {
-            log->warn() << "[emd][Service manager not told][NOTIFY_SOCKET=" << Excerpt(address_)
-                        << " ignored, reason=" << problem << "]";
+            log_->warn() << "[emd][Service manager not told][NOTIFY_SOCKET=" << Excerpt(address_, 64U)
+                         << " ignored, reason=" << problem << "]";
         }
     }
-    if (!environment.watchdogUsec) {
-        if (Active()) {
-            log->info() << "[emd][Service manager][NOTIFY_SOCKET=" << address_ << ", watchdog=none]";
-        }
+    const std::optional<std::uint64_t> usec =
+        environment.watchdogUsec ? ArmWatchdog(environment, self, now) : std::nullopt;
+    if (!Active()) {
         return;
     }
+    if (!usec) {
+        log_->info() << "[emd][Service manager][NOTIFY_SOCKET=" << address_ << ", watchdog=none]";
+        return;
+    }
+    log_->info() << "[emd][Service manager][NOTIFY_SOCKET=" << address_ << ", watchdog_usec=" << *usec
+                 << ", ping_every_ms=" << std::chrono::duration_cast<std::chrono::milliseconds>(*interval_).count()
+                 << "]";
+}
+
+std::optional<std::uint64_t> ServiceManager::ArmWatchdog(const ManagerEnvironment& environment,
+                                                         pid_t self,
+                                                         Clock::time_point now) {
     const auto usec = ParseDecimal(*environment.watchdogUsec);
     const auto pid = environment.watchdogPid ? ParseDecimal(*environment.watchdogPid) : std::optional<std::uint64_t>{};
     std::string problem;
     if (!usec || *usec == 0U) {
-        problem = "WATCHDOG_USEC=" + Excerpt(*environment.watchdogUsec) + " is not a positive number of microseconds";
+        problem =
+            "WATCHDOG_USEC=" + Excerpt(*environment.watchdogUsec, 64U) + " is not a positive number of microseconds";
     } else if (environment.watchdogPid && !pid) {
-        problem = "WATCHDOG_PID=" + Excerpt(*environment.watchdogPid) + " is not a pid";
+        problem = "WATCHDOG_PID=" + Excerpt(*environment.watchdogPid, 64U) + " is not a pid";
     } else if (pid && *pid != static_cast<std::uint64_t>(self)) {
         problem = "WATCHDOG_PID=" + *environment.watchdogPid + " is another process";
     } else if (!Active()) {
         problem = "no usable NOTIFY_SOCKET to send it to";
     }
     if (!problem.empty()) {
-        log->warn() << "[emd][Watchdog not armed][reason=" << problem << "]";
-        if (Active()) {
-            log->info() << "[emd][Service manager][NOTIFY_SOCKET=" << address_ << ", watchdog=none]";
-        }
-        return;
+        log_->warn() << "[emd][Watchdog not armed][reason=" << problem << "]";
+        return std::nullopt;
     }
     const Clock::duration half =
         std::chrono::microseconds(static_cast<std::int64_t>(std::min<std::uint64_t>(*usec, 1ULL << 40U))) / 2;
     interval_ = std::clamp(half, Clock::duration(MIN_PING), Clock::duration(MAX_PING));
     nextPing_ = now + *interval_;
-    log->info() << "[emd][Service manager][NOTIFY_SOCKET=" << address_ << ", watchdog_usec=" << *usec
-                << ", ping_every_ms=" << std::chrono::duration_cast<std::chrono::milliseconds>(*interval_).count()
-                << "]";
+    return usec;
 }
 
 ServiceManager::~ServiceManager() {
@@ -173,19 +152,18 @@ void ServiceManager::Send(const std::string& text) {
                       addressLength_);
     } while (sent < 0 && errno == EINTR);
     const int error = errno;
-    const auto log = ara::quill::common::log::Log::GetLog("EMD");
     const std::string first = text.substr(0U, text.find('\n'));
     if (sent < 0) {
         if (!failing_) {
-            log->warn() << "[emd][Service manager not told][NOTIFY_SOCKET=" << address_ << ", message=" << first
-                        << ", reason=" << std::strerror(error) << "]";
+            log_->warn() << "[emd][Service manager not told][NOTIFY_SOCKET=" << address_ << ", message=" << first
+                         << ", reason=" << std::strerror(error) << "]";
         }
         failing_ = true;
         return;
     }
     if (failing_) {
-        log->info() << "[emd][Service manager reached again][NOTIFY_SOCKET=" << address_ << ", message=" << first
-                    << "]";
+        log_->info() << "[emd][Service manager reached again][NOTIFY_SOCKET=" << address_ << ", message=" << first
+                     << "]";
     }
     failing_ = false;
 }

@@ -12,8 +12,12 @@
 #include <sys/un.h>
 
 #include <chrono>
+#include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
+
+#include "ara/quill/common/log/log.h"
 
 namespace tarn::em::daemon {
 
@@ -55,10 +59,14 @@ public:
     void OnTimer(Clock::time_point now);
 
 private:
+    /// Arms the watchdog from WATCHDOG_USEC (set in `environment`); the period asked for, or
+    /// nullopt (logged) when the variables do not allow it.
+    std::optional<std::uint64_t> ArmWatchdog(const ManagerEnvironment& environment, pid_t self, Clock::time_point now);
     /// One datagram, without waiting. A failure is logged when the send before it went
     /// through (or was the first), so an unreachable manager gives one line, not one a ping.
     void Send(const std::string& text);
 
+    std::shared_ptr<ara::quill::common::log::Log> log_;
     int fd_{-1};
     std::string address_;  ///< as given, for the log
     sockaddr_un sockaddr_{};
